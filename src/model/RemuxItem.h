@@ -1,0 +1,42 @@
+#pragma once
+
+// One file of the queue: what the user sees as a row, and the record the queue
+// engine updates as the file moves along. A plain value; only the engine changes it.
+
+#include "MediaInfo.h"
+#include "ProcessingStatus.h"
+
+#include <QSet>
+#include <QString>
+#include <QUuid>
+
+#include <optional>
+
+struct RemuxItem {
+    QUuid id = QUuid::createUuid();
+    // The source file, as an absolute local path.
+    QString url;
+    ProcessingStatus status = ProcessingStatus::pending;
+    double progress = 0;
+    std::optional<QString> outputURL;
+    std::optional<QString> error;
+    std::optional<QString> statusMessage;
+    // The output's name depends on it; until the probe fills it the output is an MP4.
+    std::optional<MediaInfo> cachedMediaInfo;
+
+    RemuxItem() = default;
+    explicit RemuxItem(QString sourceURL) : url(std::move(sourceURL)) {}
+
+    // "mov" for MJPEG and ProRes, "mp4" for everything else.
+    QString outputExtension() const;
+    // The output's file name, without a folder. The ".morvane." infix keeps it from
+    // ever equalling the source's name.
+    QString outputFilename() const;
+
+    // The container extensions the queue accepts, lower-case.
+    static const QSet<QString>& supportedExtensions();
+    // "AVI · M2TS · M4V · …": the accepted extensions, sorted and upper-cased.
+    static const QString& supportedFormatsLabel();
+
+    bool operator==(const RemuxItem&) const = default;
+};

@@ -1,0 +1,42 @@
+#include "ChildProcess.h"
+
+#include "FFmpegService.h"
+
+#include <QThread>
+
+#include <algorithm>
+
+namespace ChildProcess {
+
+void describe(QProcess& child, const QString& path, const QStringList& arguments) {
+    child.setProgram(path);
+    child.setArguments(arguments);
+    child.setProcessEnvironment(FFmpegService::childEnvironment());
+    child.setStandardInputFile(QProcess::nullDevice());
+    // The children run at the application's own priority, which is what the
+    // user-initiated class amounts to on Linux.
+}
+
+int exitStatus(const QProcess& child) {
+    if (child.exitStatus() == QProcess::CrashExit) {
+        // Qt gives the signal's number as the exit code of a crashed child; should it
+        // ever give 0, the status must still not read as success.
+        return 128 + std::max(child.exitCode(), 1);
+    }
+    return child.exitCode();
+}
+
+void terminateIfRunning(QProcess* child) {
+    const auto terminate = [child] {
+        if (child->state() != QProcess::NotRunning) {
+            child->terminate();
+        }
+    };
+    if (QThread::currentThread() == child->thread()) {
+        terminate();
+    } else {
+        QMetaObject::invokeMethod(child, terminate, Qt::QueuedConnection);
+    }
+}
+
+} // namespace ChildProcess

@@ -1,0 +1,24 @@
+#pragma once
+
+// What both of the tool layer's runners do alike with a child process.
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+
+namespace ChildProcess {
+
+// Program, arguments and the shared environment. The child's standard input is the
+// null device: ffmpeg would otherwise read keystrokes from a terminal the
+// application was started from, and stop when that terminal is in the background.
+void describe(QProcess& child, const QString& path, const QStringList& arguments);
+
+// The exit status, where a child ended by a signal reads as 128 + the signal and
+// so never as 0.
+int exitStatus(const QProcess& child);
+
+// Sends SIGTERM if the child is running. Safe from any thread: off the child's own
+// thread the signal is sent from that thread's event loop.
+void terminateIfRunning(QProcess* child);
+
+} // namespace ChildProcess

@@ -1,0 +1,48 @@
+#pragma once
+
+// The tool layer's failures. Thrown as an exception through the coroutines; the
+// engine turns one into the text of a row with FFmpegService::friendlyMessage().
+
+#include <QByteArray>
+#include <QString>
+
+#include <exception>
+
+class FFmpegError final : public std::exception {
+public:
+    enum class Case {
+        probeFailed,
+        remuxFailed,
+        processFailed,
+        ffmpegNotFound,
+        ffprobeNotFound,
+        cancelled,
+        timedOut,
+    };
+
+    static FFmpegError probeFailed(QString message) { return {Case::probeFailed, message}; }
+    static FFmpegError remuxFailed(QString message) { return {Case::remuxFailed, message}; }
+    static FFmpegError processFailed(QString message) { return {Case::processFailed, message}; }
+    static FFmpegError ffmpegNotFound() { return {Case::ffmpegNotFound, {}}; }
+    static FFmpegError ffprobeNotFound() { return {Case::ffprobeNotFound, {}}; }
+    static FFmpegError cancelled() { return {Case::cancelled, {}}; }
+    static FFmpegError timedOut() { return {Case::timedOut, {}}; }
+
+    Case kind() const { return case_; }
+    // The payload of the three cases that carry one; empty for the others.
+    const QString& message() const { return message_; }
+    // What the error reports as its description.
+    QString localizedDescription() const;
+    const char* what() const noexcept override { return what_.constData(); }
+
+    bool operator==(const FFmpegError& other) const {
+        return case_ == other.case_ && message_ == other.message_;
+    }
+
+private:
+    FFmpegError(Case kind, QString message);
+
+    Case case_;
+    QString message_;
+    QByteArray what_;
+};

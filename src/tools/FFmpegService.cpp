@@ -1,0 +1,208 @@
+#include "FFmpegService.h"
+
+#include "ChildProcess.h"
+#include "Logging.h"
+#include "ProcessBuffer.h"
+#include "TextLines.h"
+#include "async/BackgroundTask.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QPointer>
+#include <QProcess>
+
+#include <mutex>
+#include <variant>
+
+Q_LOGGING_CATEGORY(lcFFmpeg, "com.morvane.FFmpeg")
+
+using namespace Qt::StringLiterals;
+
+namespace FFmpegService {
+
+namespace {
+
+struct Location {
+    std::mutex lock;
+    std::optional<QString> sharedSupportOverride;
+    std::optional<ToolPaths> tools;
+};
+
+Location& location() {
+    static Location instance;
+    return instance;
+}
+
+// <dir of the executable>/../share/morvane; empty when the executable's folder
+// can't be known (no application object yet).
+QString sharedSupportPath(const Location& where) {
+    if (where.sharedSupportOverride) {
+        return *where.sharedSupportOverride;
+    }
+    if (!QCoreApplication::instance()) {
+        return QString();
+    }
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + u"/../share/morvane"_s);
+}
+
+ToolPaths findTools(const Location& where) {
+    const QString support = sharedSupportPath(where);
+    if (support.isEmpty()) {
+        qCCritical(lcFFmpeg,
+                   "Bundle.main.sharedSupportPath unavailable — cannot locate bundled FFmpeg");
+        return ToolPaths{};
+    }
+    const QString toolDirectory = support + u"/ffmpeg/bin"_s;
+    ToolPaths paths{toolDirectory + u"/ffmpeg"_s, toolDirectory + u"/ffprobe"_s};
+    if (QFileInfo::exists(paths.ffmpeg) && QFileInfo::exists(paths.ffprobe)) {
+        qCInfo(lcFFmpeg, "Using bundled FFmpeg from SharedSupport");
+    } else {
+        qCCritical(lcFFmpeg, "Bundled FFmpeg missing at %s — app will refuse to run",
+                   qUtf8Printable(toolDirectory));
+    }
+    return paths;
+}
+
+bool fileExists(const QString& path) { return !path.isEmpty() && QFileInfo::exists(path); }
+
+// The watchdog of one call: after `timeout` seconds it marks the call timed out and
+// signals the child. The flag is set even when the child has just ended, so a call
+// whose end and time limit meet reports the time-out.
+QCoro::Task<> watch(double timeout, std::shared_ptr<ProcessBuffer> buffer,
+                    QPointer<QProcess> child, std::stop_token stop) {
+    co_await Async::sleepFor(timeout, stop);
+    if (stop.stop_requested()) {
+        co_return;
+    }
+    buffer->noteTimedOut();
+    if (child) {
+        ChildProcess::terminateIfRunning(child);
+    }
+}
+
+} // namespace
+
+ToolPaths locateTools() {
+    Location& where = location();
+    const std::lock_guard guard(where.lock);
+    if (!where.tools) {
+        where.tools = findTools(where);
+    }
+    return *where.tools;
+}
+
+QString ffmpegPath() { return locateTools().ffmpeg; }
+
+QString ffprobePath() { return locateTools().ffprobe; }
+
+void verifyTools() {
+    const ToolPaths paths = locateTools();
+    if (!fileExists(paths.ffmpeg)) {
+        throw FFmpegError::ffmpegNotFound();
+    }
+    if (!fileExists(paths.ffprobe)) {
+        throw FFmpegError::ffprobeNotFound();
+    }
+    qCInfo(lcFFmpeg, "Using ffmpeg at: %s", qUtf8Printable(paths.ffmpeg));
+}
+
+QString lastLines(const QString& text, int count) {
+    const QStringList lines = TextLines::nonBlankLines(text);
+    return lines.mid(std::max<qsizetype>(0, lines.size() - count)).join(u'\n');
+}
+
+const QProcessEnvironment& childEnvironment() {
+    static const QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    return environment;
+}
+
+QCoro::Task<QString> runProcess(QString path, QStringList arguments, double timeout,
+                                std::stop_token stop) {
+    // Declared before the child, so that they outlive every connection to it.
+    std::variant<std::monostate, QString, FFmpegError> result;
+    Async::Wakeup ended;
+    Async::BackgroundTask watchdog;
+
+    QProcess child;
+    ChildProcess::describe(child, path, arguments);
+    child.setProcessChannelMode(QProcess::SeparateChannels);
+    auto buffer = std::make_shared<ProcessBuffer>();
+
+    // Both pipes are drained as data arrives, so the child never blocks on a full pipe.
+    const auto stdoutReader = QObject::connect(
+        &child, &QProcess::readyReadStandardOutput, &child,
+        [&child, buffer] { buffer->appendStdout(child.readAllStandardOutput()); });
+    const auto stderrReader = QObject::connect(
+        &child, &QProcess::readyReadStandardError, &child,
+        [&child, buffer] { buffer->appendStderr(child.readAllStandardError()); });
+
+    watchdog = Async::start(watch, timeout, buffer, QPointer<QProcess>(&child));
+
+    {
+        // A cancellation before the launch only sets the flag: the child then runs to
+        // its end unwatched, and the call reports the cancellation.
+        const std::stop_callback onCancel(stop, [&watchdog, &child, buffer] {
+            watchdog.cancel();
+            buffer->noteCancelled();
+            ChildProcess::terminateIfRunning(&child);
+        });
+
+        QObject::connect(&child, &QProcess::finished, &child, [&, buffer] {
+            watchdog.cancel();
+            QObject::disconnect(stdoutReader);
+            QObject::disconnect(stderrReader);
+            const ProcessOutcome outcome =
+                buffer->finalOutcome(child.readAllStandardOutput(), child.readAllStandardError());
+            // The flags decide before the exit status: a cancelled or timed-out call
+            // reports that even when the child managed to exit with 0.
+            const int status = ChildProcess::exitStatus(child);
+            if (outcome.wasCancelled) {
+                result = FFmpegError::cancelled();
+            } else if (outcome.didTimeout) {
+                result = FFmpegError::timedOut();
+            } else if (status == 0) {
+                result = outcome.stdoutText;
+            } else {
+                const QString message =
+                    outcome.stderrText.isEmpty()
+                        ? u"The file couldn't be read. It may be corrupted, incomplete, or not a supported video format."_s
+                        : lastLines(outcome.stderrText, 10);
+                qCCritical(lcFFmpeg, "Process failed (exit %d):\n%s", status,
+                           qUtf8Printable(message));
+                result = FFmpegError::processFailed(message);
+            }
+            ended.wake();
+        });
+        QObject::connect(&child, &QProcess::errorOccurred, &child,
+                         [&](QProcess::ProcessError error) {
+                             if (error != QProcess::FailedToStart) {
+                                 return;
+                             }
+                             watchdog.cancel();
+                             QObject::disconnect(stdoutReader);
+                             QObject::disconnect(stderrReader);
+                             result = FFmpegError::processFailed(child.errorString());
+                             ended.wake();
+                         });
+
+        child.start();
+        co_await ended.wait();
+    }
+    // The watchdog touches the child; it must be gone before the child is.
+    co_await watchdog.finished();
+
+    if (auto* error = std::get_if<FFmpegError>(&result)) {
+        throw *error;
+    }
+    co_return std::get<QString>(result);
+}
+
+} // namespace FFmpegService
+
+void FFmpegServiceTesting::setSharedSupportPath(const QString& path) {
+    FFmpegService::Location& where = FFmpegService::location();
+    const std::lock_guard guard(where.lock);
+    where.sharedSupportOverride = path;
+    where.tools.reset();
+}
