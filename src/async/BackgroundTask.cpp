@@ -3,10 +3,9 @@
 #include <QLoggingCategory>
 #include <QTimer>
 
-#include <qcoro/qcorosignal.h>
-
 #include <chrono>
 #include <climits>
+#include <utility>
 #include <cmath>
 
 Q_LOGGING_CATEGORY(lcAsync, "com.morvane.Async")
@@ -34,15 +33,11 @@ void Wakeup::wake() {
                 return;
             }
             woken_ = true;
-            Q_EMIT woken();
+            if (waiter_) {
+                std::exchange(waiter_, nullptr).resume();
+            }
         },
         Qt::QueuedConnection);
-}
-
-QCoro::Task<> Wakeup::wait() {
-    if (!woken_) {
-        co_await qCoro(this, &Wakeup::woken);
-    }
 }
 
 QCoro::Task<> yieldToEventLoop() {
@@ -75,6 +70,9 @@ void noteStarted() { ++liveTasks; }
 void noteFinished(TaskState& state) {
     state.finished = true;
     --liveTasks;
+    for (Wakeup* waiter : state.waiters) {
+        waiter->wake();
+    }
     Q_EMIT state.notifier.finished();
 }
 
@@ -107,7 +105,10 @@ QCoro::Task<> BackgroundTask::finished() const {
     // Held by value: the handle this was called on may be gone when the task ends.
     const std::shared_ptr<detail::TaskState> state = state_;
     if (state && !state->finished) {
-        co_await qCoro(&state->notifier, &detail::FinishNotifier::finished);
+        Wakeup ended;
+        state->waiters.push_back(&ended);
+        co_await ended.wait();
+        std::erase(state->waiters, &ended);
     }
 }
 

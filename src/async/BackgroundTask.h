@@ -15,15 +15,20 @@
 //     Async::BackgroundTask task = Async::start(watch, 42);
 //     task.cancel();                  // from any thread
 //     co_await task.finished();       // on the main thread
+//
+// GCC 12 miscompiles a co_await inside a condition (`if (!co_await f())` resumes a
+// dangling frame): bind the awaited result to a variable first, then test it.
 
 #include <QObject>
 
 #include <qcoro/qcorotask.h>
 
 #include <atomic>
+#include <coroutine>
 #include <functional>
 #include <memory>
 #include <stop_token>
+#include <vector>
 
 namespace Async {
 
@@ -32,6 +37,9 @@ namespace Async {
 // resumes from the owner's event loop, never inside wake(), so a cancellation
 // handler that wakes a wait never runs the rest of the waiting coroutine itself.
 // A stop_callback that calls wake() must be destroyed before the Wakeup.
+//
+// This stands in for awaiting a Qt signal with qCoro(): QCoro 0.8 resumes such a
+// wait through a queued call that dangles if the signal fires twice before it runs.
 class Wakeup final : public QObject {
     Q_OBJECT
 public:
@@ -39,14 +47,19 @@ public:
 
     void wake();
     bool isWoken() const { return woken_; }
-    // Returns at once when already woken.
-    QCoro::Task<> wait();
 
-Q_SIGNALS:
-    void woken();
+    // `co_await wakeup.wait()` returns at once when already woken.
+    struct Awaiter {
+        Wakeup& wakeup;
+        bool await_ready() const noexcept { return wakeup.woken_; }
+        void await_suspend(std::coroutine_handle<> waiter) noexcept { wakeup.waiter_ = waiter; }
+        void await_resume() const noexcept {}
+    };
+    Awaiter wait() { return Awaiter{*this}; }
 
 private:
     bool woken_ = false;
+    std::coroutine_handle<> waiter_;
 };
 
 // Sleeps for `seconds` on the monotonic clock. Returns true when the time passed,
@@ -67,6 +80,8 @@ struct TaskState {
     std::stop_source source;
     FinishNotifier notifier;
     bool finished = false;
+    // Those awaiting finished(); each entry lives in its waiter's frame.
+    std::vector<Wakeup*> waiters;
 };
 
 void noteStarted();

@@ -1,7 +1,5 @@
 #include "TaskGroup.h"
 
-#include <qcoro/qcorosignal.h>
-
 #include <algorithm>
 
 namespace Async {
@@ -18,7 +16,12 @@ TaskGroup::~TaskGroup() {
 
 void TaskGroup::adopt(BackgroundTask child) {
     std::erase_if(children_, [](const Child& c) { return c.task.isFinished(); });
-    connect(child.notifier(), &detail::FinishNotifier::finished, this, &TaskGroup::childFinished);
+    connect(child.notifier(), &detail::FinishNotifier::finished, this, [this] {
+        for (Wakeup* waiter : waiters_) {
+            waiter->wake();
+        }
+        Q_EMIT childFinished();
+    });
     auto link = std::make_unique<Link>(cancelled_.get_token(),
                                        std::function<void()>([child] { child.cancel(); }));
     children_.push_back(Child{std::move(child), std::move(link)});
@@ -31,7 +34,10 @@ int TaskGroup::running() const {
 
 QCoro::Task<> TaskGroup::waitUntilFewerThan(int count) {
     while (running() >= std::max(count, 1)) {
-        co_await qCoro(this, &TaskGroup::childFinished);
+        Wakeup childEnded;
+        waiters_.push_back(&childEnded);
+        co_await childEnded.wait();
+        std::erase(waiters_, &childEnded);
     }
 }
 

@@ -47,6 +47,7 @@ private:
     };
 
     std::vector<Child> children_;
+    std::vector<Wakeup*> waiters_;
     std::stop_source cancelled_;
     std::optional<Link> parentLink_;
 };

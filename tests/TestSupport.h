@@ -1,0 +1,61 @@
+#pragma once
+
+// Helpers shared by the tests: where the media is, and how to run a coroutine to
+// its end from a test function and see whether it returned or threw.
+
+#include "tools/FFmpegError.h"
+
+#include <QDir>
+#include <QFile>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <qcoro/qcorotask.h>
+
+#include <optional>
+
+namespace TestSupport {
+
+inline QString mediaPath(const QString& name) {
+    return QStringLiteral(MORVANE_TEST_MEDIA_DIR "/") + name;
+}
+
+inline QString corpusPath(const QString& name) {
+    return QStringLiteral(MORVANE_CORPUS_DIR "/") + name;
+}
+
+inline bool corpusAvailable() { return QDir(QStringLiteral(MORVANE_CORPUS_DIR)).exists(); }
+
+// Copies a file into `dir` under `name` (the original's name when empty); the
+// shared media is never written next to.
+inline QString copyInto(const QTemporaryDir& dir, const QString& source, QString name = {}) {
+    if (name.isEmpty()) {
+        name = QFileInfo(source).fileName();
+    }
+    const QString target = dir.filePath(name);
+    QFile::copy(source, target);
+    QFile(target).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
+    return target;
+}
+
+template <typename T> struct Outcome {
+    std::optional<T> value;
+    std::optional<FFmpegError> error;
+};
+
+template <typename T> QCoro::Task<Outcome<T>> capture(QCoro::Task<T> task) {
+    Outcome<T> outcome;
+    try {
+        outcome.value = co_await task;
+    } catch (const FFmpegError& error) {
+        outcome.error = error;
+    }
+    co_return outcome;
+}
+
+// Runs the event loop until the task ends; QVERIFY and QCOMPARE stay outside.
+template <typename T> Outcome<T> run(QCoro::Task<T> task) {
+    return QCoro::waitFor(capture(std::move(task)));
+}
+
+} // namespace TestSupport
