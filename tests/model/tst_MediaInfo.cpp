@@ -1,0 +1,239 @@
+#include "model/MediaInfo.h"
+
+#include <QTest>
+
+#include <atomic>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+// A null QString in a data row stands for an absent value.
+std::optional<QString> optional(const QString& text) {
+    return text.isNull() ? std::nullopt : std::optional(text);
+}
+
+MediaInfo video(const QString& codec, const QString& audio = {}, const QString& tag = {},
+                const QString& pixFmt = {}) {
+    MediaInfo info;
+    info.hasVideoStream = true;
+    info.videoCodec = codec;
+    info.audioCodec = optional(audio);
+    info.videoCodecTag = optional(tag);
+    info.pixFmt = optional(pixFmt);
+    return info;
+}
+
+const QString none;
+} // namespace
+
+class MediaInfoTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup() {
+        MediaInfoTesting::setHardwareDecodeTest([](quint32) { return true; });
+    }
+
+    void unsupportedReason_data() {
+        QTest::addColumn<QString>("codec");
+        QTest::addColumn<bool>("av1InHardware");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("h264 is accepted") << u"h264"_s << true << none;
+        QTest::newRow("upper-case HEVC is accepted") << u"HEVC"_s << true << none;
+        QTest::newRow("prores is accepted") << u"prores"_s << true << none;
+        QTest::newRow("mjpeg is accepted") << u"mjpeg"_s << true << none;
+        QTest::newRow("av1 with hardware is accepted") << u"av1"_s << true << none;
+        QTest::newRow("av1 without hardware needs an M3")
+            << u"av1"_s << false << u"AV1 video requires Apple M3 or later"_s;
+        QTest::newRow("vp9 is named as spelled")
+            << u"vp9"_s << true << u"vp9 video is not supported by QuickTime"_s;
+        QTest::newRow("spelling is kept, not lower-cased")
+            << u"MPEG4"_s << true << u"MPEG4 video is not supported by QuickTime"_s;
+        QTest::newRow("a stream without codec name")
+            << u"unknown"_s << true << u"unknown video is not supported by QuickTime"_s;
+    }
+    void unsupportedReason() {
+        QFETCH(QString, codec);
+        QFETCH(bool, av1InHardware);
+        QFETCH(QString, reason);
+        MediaInfoTesting::setHardwareDecodeTest([=](quint32) { return av1InHardware; });
+        QCOMPARE(video(codec).unsupportedReason(), optional(reason));
+    }
+
+    void isHighBitDepthH264_data() {
+        QTest::addColumn<QString>("codec");
+        QTest::addColumn<QString>("pixFmt");
+        QTest::addColumn<bool>("expected");
+        QTest::newRow("8-bit 4:2:0") << u"h264"_s << u"yuv420p"_s << false;
+        QTest::newRow("10-bit 4:2:0") << u"h264"_s << u"yuv420p10le"_s << true;
+        QTest::newRow("12-bit 4:2:2") << u"h264"_s << u"yuv422p12le"_s << true;
+        QTest::newRow("upper-case format and codec") << u"H264"_s << u"YUV420P10BE"_s << true;
+        QTest::newRow("no pixel format") << u"h264"_s << none << false;
+        QTest::newRow("10-bit HEVC is not H.264") << u"hevc"_s << u"yuv420p10le"_s << false;
+    }
+    void isHighBitDepthH264() {
+        QFETCH(QString, codec);
+        QFETCH(QString, pixFmt);
+        QFETCH(bool, expected);
+        QCOMPARE(video(codec, none, none, pixFmt).isHighBitDepthH264(), expected);
+    }
+
+    void isAlreadyCompatible_data() {
+        QTest::addColumn<QString>("codec");
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<QString>("pixFmt");
+        QTest::addColumn<QString>("audio");
+        QTest::addColumn<QString>("extension");
+        QTest::addColumn<bool>("expected");
+        const QString aac = u"aac"_s;
+        QTest::newRow("h264+aac in mp4") << u"h264"_s << none << u"yuv420p"_s << aac << u"mp4"_s << true;
+        QTest::newRow("h264+aac in m4v") << u"h264"_s << none << none << aac << u"m4v"_s << true;
+        QTest::newRow("h264+aac in mov") << u"h264"_s << none << none << aac << u"mov"_s << true;
+        QTest::newRow("h264+aac in MP4") << u"h264"_s << none << none << aac << u"MP4"_s << true;
+        QTest::newRow("h264+aac in Mov") << u"h264"_s << none << none << aac << u"Mov"_s << true;
+        QTest::newRow("h264+aac in mkv") << u"h264"_s << none << none << aac << u"mkv"_s << false;
+        QTest::newRow("empty extension") << u"h264"_s << none << none << aac << u""_s << false;
+        QTest::newRow("10-bit h264 in mp4") << u"h264"_s << none << u"yuv420p10le"_s << aac << u"mp4"_s << false;
+        QTest::newRow("hevc hev1 in mp4") << u"hevc"_s << u"hev1"_s << none << aac << u"mp4"_s << false;
+        QTest::newRow("hevc hvc1 in mp4") << u"hevc"_s << u"hvc1"_s << none << aac << u"mp4"_s << true;
+        QTest::newRow("hevc HVC1 in mov") << u"hevc"_s << u"HVC1"_s << none << aac << u"mov"_s << true;
+        QTest::newRow("hevc without tag") << u"hevc"_s << none << none << aac << u"mp4"_s << false;
+        QTest::newRow("prores in mp4") << u"prores"_s << none << none << aac << u"mp4"_s << false;
+        QTest::newRow("prores in mov") << u"prores"_s << none << none << aac << u"mov"_s << true;
+        QTest::newRow("mjpeg in mp4") << u"mjpeg"_s << none << none << aac << u"mp4"_s << false;
+        QTest::newRow("mjpeg in mov") << u"mjpeg"_s << none << none << aac << u"mov"_s << true;
+        QTest::newRow("av1 in mp4") << u"av1"_s << none << none << aac << u"mp4"_s << true;
+        QTest::newRow("av1 in m4v") << u"av1"_s << none << none << aac << u"m4v"_s << true;
+        QTest::newRow("av1 in mov") << u"av1"_s << none << none << aac << u"mov"_s << false;
+        QTest::newRow("vp9 in mp4") << u"vp9"_s << none << none << aac << u"mp4"_s << false;
+        QTest::newRow("dts audio in mp4") << u"h264"_s << none << none << u"dts"_s << u"mp4"_s << false;
+        QTest::newRow("flac audio in mp4") << u"h264"_s << none << none << u"flac"_s << u"mp4"_s << false;
+        QTest::newRow("no audio in mp4") << u"h264"_s << none << none << none << u"mp4"_s << true;
+        QTest::newRow("upper-case AC3 audio") << u"h264"_s << none << none << u"AC3"_s << u"mp4"_s << true;
+        QTest::newRow("each copied audio codec: mp3") << u"h264"_s << none << none << u"mp3"_s << u"mp4"_s << true;
+        QTest::newRow("each copied audio codec: alac") << u"h264"_s << none << none << u"alac"_s << u"mov"_s << true;
+        QTest::newRow("each copied audio codec: eac3") << u"h264"_s << none << none << u"eac3"_s << u"mp4"_s << true;
+    }
+    void isAlreadyCompatible() {
+        QFETCH(QString, codec);
+        QFETCH(QString, tag);
+        QFETCH(QString, pixFmt);
+        QFETCH(QString, audio);
+        QFETCH(QString, extension);
+        QFETCH(bool, expected);
+        QCOMPARE(video(codec, audio, tag, pixFmt).isAlreadyCompatible(extension), expected);
+    }
+
+    void textSubtitlesDoNotChangeCompatibility() {
+        MediaInfo info = video(u"h264"_s, u"aac"_s);
+        info.subtitleStreams = {SubtitleStream{2, u"mov_text"_s, u"eng"_s}};
+        QVERIFY(info.isAlreadyCompatible(u"mp4"_s));
+    }
+
+    void hasTextSubtitles_data() {
+        QTest::addColumn<QStringList>("codecs");
+        QTest::addColumn<bool>("expected");
+        QTest::newRow("no subtitle streams") << QStringList() << false;
+        QTest::newRow("only bitmap") << QStringList{u"hdmv_pgs_subtitle"_s, u"dvd_subtitle"_s} << false;
+        QTest::newRow("unknown counts as bitmap") << QStringList{u"unknown"_s} << false;
+        QTest::newRow("subrip") << QStringList{u"subrip"_s} << true;
+        QTest::newRow("upper-case ASS") << QStringList{u"ASS"_s} << true;
+        QTest::newRow("bitmap then webvtt") << QStringList{u"dvd_subtitle"_s, u"webvtt"_s} << true;
+        QTest::newRow("each text codec: srt ssa mov_text text")
+            << QStringList{u"srt"_s, u"ssa"_s, u"mov_text"_s, u"text"_s} << true;
+    }
+    void hasTextSubtitles() {
+        QFETCH(QStringList, codecs);
+        QFETCH(bool, expected);
+        MediaInfo info = video(u"h264"_s);
+        for (qsizetype i = 0; i < codecs.size(); ++i) {
+            info.subtitleStreams.append(SubtitleStream{int(i) + 2, codecs.at(i), std::nullopt});
+        }
+        QCOMPARE(info.hasTextSubtitles(), expected);
+    }
+
+    void rejectionOrder_data() {
+        QTest::addColumn<MediaInfo>("info");
+        QTest::addColumn<QString>("extension");
+        QTest::addColumn<bool>("av1InHardware");
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<QString>("text");
+        MediaInfo audioOnly;
+        audioOnly.audioCodec = u"aac"_s;
+        QTest::newRow("no video stream fails first")
+            << audioOnly << u"mkv"_s << true << u"Error"_s << u"No video stream found"_s;
+        QTest::newRow("unsupported codec fails")
+            << video(u"vp9"_s) << u"webm"_s << true << u"Error"_s
+            << u"vp9 video is not supported by QuickTime"_s;
+        QTest::newRow("AV1 without hardware fails even when already in mp4")
+            << video(u"av1"_s, u"aac"_s) << u"mp4"_s << false << u"Error"_s
+            << u"AV1 video requires Apple M3 or later"_s;
+        QTest::newRow("10-bit H.264 fails before the compatibility test")
+            << video(u"h264"_s, u"aac"_s, none, u"yuv420p10le"_s) << u"mp4"_s << true
+            << u"Error"_s << u"10-bit/12-bit H.264 is not supported by QuickTime"_s;
+        QTest::newRow("compatible file is skipped")
+            << video(u"h264"_s, u"aac"_s) << u"MP4"_s << true << u"Skipped"_s
+            << u"Skipped — already QuickTime compatible"_s;
+        QTest::newRow("h264 in mkv goes on to be remuxed")
+            << video(u"h264"_s, u"aac"_s) << u"mkv"_s << true << none << none;
+        QTest::newRow("AV1 in mov goes on to be remuxed")
+            << video(u"av1"_s) << u"mov"_s << true << none << none;
+    }
+    void rejectionOrder() {
+        QFETCH(MediaInfo, info);
+        QFETCH(QString, extension);
+        QFETCH(bool, av1InHardware);
+        QFETCH(QString, status);
+        QFETCH(QString, text);
+        MediaInfoTesting::setHardwareDecodeTest([=](quint32) { return av1InHardware; });
+        const std::optional<Rejection> rejection = rejectionFor(info, extension);
+        if (status.isNull()) {
+            QVERIFY(!rejection);
+        } else {
+            QVERIFY(rejection);
+            QCOMPARE(rawValue(rejection->status), status);
+            QCOMPARE(rejection->text, text);
+        }
+    }
+
+    void hardwareIsAskedOnceAndOnlyForAV1() {
+        std::atomic<int> calls{0};
+        std::atomic<quint32> askedFor{0};
+        MediaInfoTesting::setHardwareDecodeTest([&](quint32 fourCC) {
+            ++calls;
+            askedFor = fourCC;
+            // Slow enough that two threads arriving together would both ask.
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            return false;
+        });
+        QVERIFY(!video(u"h264"_s).unsupportedReason());
+        QVERIFY(!video(u"hevc"_s).isAlreadyCompatible(u"mp4"_s));
+        QCOMPARE(calls.load(), 0);
+
+        std::thread other([] { video(u"av1"_s).unsupportedReason(); });
+        const std::optional<QString> reason = video(u"av1"_s).unsupportedReason();
+        other.join();
+        video(u"AV1"_s).unsupportedReason();
+        QCOMPARE(calls.load(), 1);
+        QCOMPARE(askedFor.load(), 0x61763031u);
+        QCOMPARE(reason, std::optional(u"AV1 video requires Apple M3 or later"_s));
+    }
+
+    void equalityComparesEveryField() {
+        const MediaInfo base = video(u"h264"_s, u"aac"_s, u"avc1"_s, u"yuv420p"_s);
+        QCOMPARE(base, base);
+        MediaInfo changed = base;
+        changed.audioChannels = 2;
+        QVERIFY(!(changed == base));
+        changed = base;
+        changed.subtitleStreams = {SubtitleStream{3, u"subrip"_s, std::nullopt}};
+        QVERIFY(!(changed == base));
+        MediaInfo other = changed;
+        other.subtitleStreams[0].language = u"eng"_s;
+        QVERIFY(!(other == changed));
+    }
+};
+
+QTEST_APPLESS_MAIN(MediaInfoTest)
+#include "tst_MediaInfo.moc"
