@@ -3,14 +3,13 @@
 // Helpers shared by the tests: where the media is, and how to run a coroutine to
 // its end from a test function and see whether it returned or threw.
 
+#include "async/Blocking.h"
 #include "tools/FFmpegError.h"
 
 #include <QDir>
 #include <QFile>
 #include <QString>
 #include <QTemporaryDir>
-
-#include <qcoro/qcorotask.h>
 
 #include <optional>
 
@@ -43,19 +42,15 @@ template <typename T> struct Outcome {
     std::optional<FFmpegError> error;
 };
 
-template <typename T> QCoro::Task<Outcome<T>> capture(QCoro::Task<T> task) {
+// Runs the event loop until the task ends; QVERIFY and QCOMPARE stay outside.
+template <typename T> Outcome<T> run(QCoro::Task<T> task) {
     Outcome<T> outcome;
     try {
-        outcome.value = co_await task;
+        outcome.value = Async::waitFor(std::move(task));
     } catch (const FFmpegError& error) {
         outcome.error = error;
     }
-    co_return outcome;
-}
-
-// Runs the event loop until the task ends; QVERIFY and QCOMPARE stay outside.
-template <typename T> Outcome<T> run(QCoro::Task<T> task) {
-    return QCoro::waitFor(capture(std::move(task)));
+    return outcome;
 }
 
 } // namespace TestSupport

@@ -2,6 +2,7 @@
 
 // What both of the tool layer's runners do alike with a child process.
 
+#include <QByteArrayView>
 #include <QProcess>
 #include <QString>
 #include <QStringList>
@@ -16,6 +17,20 @@ void describe(QProcess& child, const QString& path, const QStringList& arguments
 // The exit status, where a child ended by a signal reads as 128 + the signal and
 // so never as 0.
 int exitStatus(const QProcess& child);
+
+// Reads everything the channel holds now and hands it to `sink` in slices of at
+// most 16 KiB, through a buffer on the stack. QIODevice::readAll() would allocate
+// twice what is waiting; this way the only heap copy of a chunk is the child's
+// own read buffer.
+template <typename Sink> void drain(QProcess& child, QProcess::ProcessChannel channel, Sink&& sink) {
+    const QProcess::ProcessChannel previous = child.readChannel();
+    child.setReadChannel(channel);
+    char slice[16384];
+    for (qint64 n; (n = child.read(slice, sizeof slice)) > 0;) {
+        sink(QByteArrayView(slice, n));
+    }
+    child.setReadChannel(previous);
+}
 
 // Sends SIGTERM if the child is running. Safe from any thread: off the child's own
 // thread the signal is sent from that thread's event loop.

@@ -132,10 +132,16 @@ QCoro::Task<QString> runProcess(QString path, QStringList arguments, double time
     // Both pipes are drained as data arrives, so the child never blocks on a full pipe.
     const auto stdoutReader = QObject::connect(
         &child, &QProcess::readyReadStandardOutput, &child,
-        [&child, buffer] { buffer->appendStdout(child.readAllStandardOutput()); });
+        [&child, buffer] {
+            ChildProcess::drain(child, QProcess::StandardOutput,
+                                [&buffer](QByteArrayView chunk) { buffer->appendStdout(chunk); });
+        });
     const auto stderrReader = QObject::connect(
         &child, &QProcess::readyReadStandardError, &child,
-        [&child, buffer] { buffer->appendStderr(child.readAllStandardError()); });
+        [&child, buffer] {
+            ChildProcess::drain(child, QProcess::StandardError,
+                                [&buffer](QByteArrayView chunk) { buffer->appendStderr(chunk); });
+        });
 
     watchdog = Async::start(watch, timeout, buffer, QPointer<QProcess>(&child));
 

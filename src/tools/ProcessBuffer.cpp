@@ -3,27 +3,34 @@
 #include "FFmpegService.h"
 #include "Utf8.h"
 
-void appendKeepingTail(QByteArray& buffer, const QByteArray& chunk, qsizetype limit) {
+#include <algorithm>
+#include <cstring>
+
+void appendKeepingTail(QByteArray& buffer, QByteArrayView chunk, qsizetype limit) {
+    // One allocation of `limit` bytes, reused for good: the kept bytes slide to the
+    // front in place and the chunk is copied in behind them. QByteArray's own
+    // remove-then-append would sometimes grow the allocation instead.
+    if (buffer.capacity() < limit) {
+        buffer.reserve(limit);
+    }
     if (chunk.size() >= limit) {
-        buffer.resize(0);
-        buffer.append(chunk.constData() + (chunk.size() - limit), limit);
+        buffer.resize(limit);
+        std::memcpy(buffer.data(), chunk.data() + (chunk.size() - limit), size_t(limit));
         return;
     }
-    const qsizetype overflow = buffer.size() + chunk.size() - limit;
-    if (overflow > 0) {
-        buffer.remove(0, overflow);
-    }
-    buffer.append(chunk);
+    const qsizetype keep = std::min(buffer.size(), limit - chunk.size());
+    char* data = buffer.data();
+    std::memmove(data, data + (buffer.size() - keep), size_t(keep));
+    buffer.resize(keep + chunk.size());
+    std::memcpy(buffer.data() + keep, chunk.data(), size_t(chunk.size()));
 }
 
-ProcessBuffer::ProcessBuffer() { _stderr.reserve(FFmpegService::stderrTailLimit); }
-
-void ProcessBuffer::appendStdout(const QByteArray& chunk) {
+void ProcessBuffer::appendStdout(QByteArrayView chunk) {
     const std::lock_guard guard(lock);
     _stdout.append(chunk);
 }
 
-void ProcessBuffer::appendStderr(const QByteArray& chunk) {
+void ProcessBuffer::appendStderr(QByteArrayView chunk) {
     const std::lock_guard guard(lock);
     appendKeepingTail(_stderr, chunk, FFmpegService::stderrTailLimit);
 }

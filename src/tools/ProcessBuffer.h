@@ -5,6 +5,7 @@
 // the lock for one append, one flag write or the final read, nothing longer.
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QString>
 
 #include <mutex>
@@ -19,15 +20,13 @@ struct ProcessOutcome {
 // Appends `chunk` to `buffer` and keeps only the last `limit` bytes, without ever
 // letting the buffer's allocation grow past `limit`: the oldest bytes make room
 // first, so the tail costs `limit` however much arrives.
-void appendKeepingTail(QByteArray& buffer, const QByteArray& chunk, qsizetype limit);
+void appendKeepingTail(QByteArray& buffer, QByteArrayView chunk, qsizetype limit);
 
 class ProcessBuffer {
 public:
-    ProcessBuffer();
-
-    void appendStdout(const QByteArray& chunk);
+    void appendStdout(QByteArrayView chunk);
     // Keeps at most stderrTailLimit bytes: the tail is what a failure shows.
-    void appendStderr(const QByteArray& chunk);
+    void appendStderr(QByteArrayView chunk);
     void noteTimedOut();
     void noteCancelled();
     // Adds the last bytes (untrimmed), decodes both streams as strict UTF-8 (text

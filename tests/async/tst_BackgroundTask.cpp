@@ -1,4 +1,5 @@
 #include "async/BackgroundTask.h"
+#include "async/Blocking.h"
 #include "async/TaskGroup.h"
 
 #include <QElapsedTimer>
@@ -51,6 +52,16 @@ QCoro::Task<> boundedParent(int count, int limit, double seconds, Concurrency* s
         group.start(child, i, seconds, seen);
     }
     co_await group.waitForAll();
+}
+
+QCoro::Task<int> answerLater() {
+    co_await Async::yieldToEventLoop();
+    co_return 42;
+}
+
+QCoro::Task<int> failLater() {
+    co_await Async::yieldToEventLoop();
+    throw std::runtime_error("late failure");
 }
 
 QCoro::Task<> thrower(std::stop_token) {
@@ -128,6 +139,11 @@ private Q_SLOTS:
         const BackgroundTask task = Async::start(thrower);
         QCoro::waitFor(task.finished());
         QVERIFY(task.isFinished());
+    }
+
+    void blockingWaitGivesTheResultOrRethrows() {
+        QCOMPARE(Async::waitFor(answerLater()), 42);
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, Async::waitFor(failLater()));
     }
 
     void groupRunsAtMostItsLimitInStartOrder() {
