@@ -7,13 +7,11 @@
 #include <QCoreApplication>
 
 #include <benchmark/benchmark.h>
-
+#include <chrono>
 #include <spawn.h>
+#include <string>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <chrono>
-#include <string>
 #include <vector>
 
 extern char** environ;
@@ -24,10 +22,12 @@ std::string mediaFile;
 
 // Spawns ffprobe with its output on a pipe, reads it all and reaps it.
 void runBare(const std::string& tool) {
-    const std::vector<std::string> args{tool,         "-v",       "error",     "-print_format",
-                                        "json",       "-show_streams", "-show_format",
-                                        "-analyzeduration", "100M", "-probesize", "100M",
-                                        mediaFile};
+    const std::vector<std::string> args{tool,           "-v",
+                                        "error",        "-print_format",
+                                        "json",         "-show_streams",
+                                        "-show_format", "-analyzeduration",
+                                        "100M",         "-probesize",
+                                        "100M",         mediaFile};
     std::vector<char*> argv;
     for (const std::string& a : args) {
         argv.push_back(const_cast<char*>(a.c_str()));
@@ -59,7 +59,8 @@ void runBare(const std::string& tool) {
 double millisecondsOf(const auto& work) {
     const auto start = std::chrono::steady_clock::now();
     work();
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+        .count();
 }
 
 // Each iteration runs both, in alternating order, so that drift in the machine's

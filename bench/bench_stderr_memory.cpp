@@ -13,11 +13,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <thread>
-
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;

@@ -14,7 +14,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     try {
-        const MediaInfo info = Async::waitFor(FFmpegService::probe(QString::fromLocal8Bit(argv[1])));
+        const MediaInfo info =
+            Async::waitFor(FFmpegService::probe(QString::fromLocal8Bit(argv[1])));
         std::printf("%s %.3f\n", qPrintable(info.videoCodec), info.duration);
         return 0;
     } catch (const std::exception& error) {

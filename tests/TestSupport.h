@@ -23,7 +23,9 @@ inline QString corpusPath(const QString& name) {
     return QStringLiteral(MORVANE_CORPUS_DIR "/") + name;
 }
 
-inline bool corpusAvailable() { return QDir(QStringLiteral(MORVANE_CORPUS_DIR)).exists(); }
+inline bool corpusAvailable() {
+    return QDir(QStringLiteral(MORVANE_CORPUS_DIR)).exists();
+}
 
 // Copies a file into `dir` under `name` (the original's name when empty); the
 // shared media is never written next to.

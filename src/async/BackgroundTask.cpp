@@ -5,8 +5,8 @@
 
 #include <chrono>
 #include <climits>
-#include <utility>
 #include <cmath>
+#include <utility>
 
 Q_LOGGING_CATEGORY(lcAsync, "com.morvane.Async")
 
@@ -65,7 +65,9 @@ QCoro::Task<bool> sleepFor(double seconds, std::stop_token stop) {
 }
 
 namespace detail {
-void noteStarted() { ++liveTasks; }
+void noteStarted() {
+    ++liveTasks;
+}
 
 void noteFinished(TaskState& state) {
     state.finished = true;
@@ -93,9 +95,13 @@ void BackgroundTask::cancel() const {
     }
 }
 
-bool BackgroundTask::isCancelled() const { return state_ && state_->source.stop_requested(); }
+bool BackgroundTask::isCancelled() const {
+    return state_ && state_->source.stop_requested();
+}
 
-bool BackgroundTask::isFinished() const { return !state_ || state_->finished; }
+bool BackgroundTask::isFinished() const {
+    return !state_ || state_->finished;
+}
 
 std::stop_token BackgroundTask::stopToken() const {
     return state_ ? state_->source.get_token() : std::stop_token();
@@ -112,6 +118,8 @@ QCoro::Task<> BackgroundTask::finished() const {
     }
 }
 
-int BackgroundTask::liveCount() { return liveTasks.load(); }
+int BackgroundTask::liveCount() {
+    return liveTasks.load();
+}
 
 } // namespace Async

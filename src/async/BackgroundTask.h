@@ -20,7 +20,6 @@
 // dangling frame): bind the awaited result to a variable first, then test it.
 
 #include <QObject>
-
 #include <qcoro/qcorotask.h>
 
 #include <atomic>
@@ -114,8 +113,7 @@ private:
     explicit BackgroundTask(std::shared_ptr<detail::TaskState> state) : state_(std::move(state)) {}
     std::shared_ptr<detail::TaskState> state_;
 
-    template <typename Body, typename... Args>
-    friend BackgroundTask start(Body body, Args... args);
+    template <typename Body, typename... Args> friend BackgroundTask start(Body body, Args... args);
 };
 
 namespace detail {
@@ -137,8 +135,7 @@ QCoro::Task<> runTask(std::shared_ptr<TaskState> state, Body body, Args... args)
 // `body` returns QCoro::Task<>; it and the arguments are copied into the task, so
 // pass values, not references. A member function takes its object as first argument.
 // An exception that escapes the body is logged; handle errors inside the body.
-template <typename Body, typename... Args>
-BackgroundTask start(Body body, Args... args) {
+template <typename Body, typename... Args> BackgroundTask start(Body body, Args... args) {
     auto state = std::make_shared<detail::TaskState>();
     detail::noteStarted();
     // The returned coroutine owns itself: QCoro frees its frame when it ends.

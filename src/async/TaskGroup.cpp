@@ -41,6 +41,8 @@ QCoro::Task<> TaskGroup::waitUntilFewerThan(int count) {
     }
 }
 
-void TaskGroup::cancelAll() { cancelled_.request_stop(); }
+void TaskGroup::cancelAll() {
+    cancelled_.request_stop();
+}
 
 } // namespace Async

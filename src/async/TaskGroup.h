@@ -21,8 +21,7 @@ public:
     explicit TaskGroup(std::stop_token parent = {});
     ~TaskGroup() override;
 
-    template <typename Body, typename... Args>
-    void start(Body body, Args... args) {
+    template <typename Body, typename... Args> void start(Body body, Args... args) {
         adopt(Async::start(std::move(body), std::move(args)...));
     }
 

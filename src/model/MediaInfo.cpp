@@ -6,8 +6,7 @@
 using namespace Qt::StringLiterals;
 
 const QSet<QString>& quickTimeVideoCodecs() {
-    static const QSet<QString> codecs{u"h264"_s, u"hevc"_s, u"prores"_s, u"mjpeg"_s,
-                                      u"av1"_s};
+    static const QSet<QString> codecs{u"h264"_s, u"hevc"_s, u"prores"_s, u"mjpeg"_s, u"av1"_s};
     return codecs;
 }
 
@@ -17,7 +16,7 @@ const QSet<QString>& quickTimeAudioCodecs() {
 }
 
 const QStringList& textSubtitleCodecs() {
-    static const QStringList codecs{u"subrip"_s, u"srt"_s,      u"ass"_s,   u"ssa"_s,
+    static const QStringList codecs{u"subrip"_s,   u"srt"_s,  u"ass"_s,   u"ssa"_s,
                                     u"mov_text"_s, u"text"_s, u"webvtt"_s};
     return codecs;
 }
@@ -122,8 +121,7 @@ std::optional<Rejection> rejectionFor(const MediaInfo& info, const QString& cont
                          u"10-bit/12-bit H.264 is not supported by QuickTime"_s};
     }
     if (info.isAlreadyCompatible(containerExtension)) {
-        return Rejection{ProcessingStatus::skipped,
-                         u"Skipped — already QuickTime compatible"_s};
+        return Rejection{ProcessingStatus::skipped, u"Skipped — already QuickTime compatible"_s};
     }
     return std::nullopt;
 }

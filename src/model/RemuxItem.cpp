@@ -26,7 +26,7 @@ QString RemuxItem::outputFilename() const {
 }
 
 const QSet<QString>& RemuxItem::supportedExtensions() {
-    static const QSet<QString> extensions{u"mkv"_s, u"webm"_s, u"avi"_s, u"ts"_s,  u"mts"_s,
+    static const QSet<QString> extensions{u"mkv"_s,  u"webm"_s, u"avi"_s, u"ts"_s,  u"mts"_s,
                                           u"m2ts"_s, u"mxf"_s,  u"mov"_s, u"mp4"_s, u"m4v"_s};
     return extensions;
 }

@@ -22,7 +22,8 @@ int exitStatus(const QProcess& child);
 // most 16 KiB, through a buffer on the stack. QIODevice::readAll() would allocate
 // twice what is waiting; this way the only heap copy of a chunk is the child's
 // own read buffer.
-template <typename Sink> void drain(QProcess& child, QProcess::ProcessChannel channel, Sink&& sink) {
+template <typename Sink>
+void drain(QProcess& child, QProcess::ProcessChannel channel, Sink&& sink) {
     const QProcess::ProcessChannel previous = child.readChannel();
     child.setReadChannel(channel);
     char slice[16384];

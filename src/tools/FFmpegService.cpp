@@ -64,13 +64,15 @@ ToolPaths findTools(const Location& where) {
     return paths;
 }
 
-bool fileExists(const QString& path) { return !path.isEmpty() && QFileInfo::exists(path); }
+bool fileExists(const QString& path) {
+    return !path.isEmpty() && QFileInfo::exists(path);
+}
 
 // The watchdog of one call: after `timeout` seconds it marks the call timed out and
 // signals the child. The flag is set even when the child has just ended, so a call
 // whose end and time limit meet reports the time-out.
-QCoro::Task<> watch(double timeout, std::shared_ptr<ProcessBuffer> buffer,
-                    QPointer<QProcess> child, std::stop_token stop) {
+QCoro::Task<> watch(double timeout, std::shared_ptr<ProcessBuffer> buffer, QPointer<QProcess> child,
+                    std::stop_token stop) {
     co_await Async::sleepFor(timeout, stop);
     if (stop.stop_requested()) {
         co_return;
@@ -92,9 +94,13 @@ ToolPaths locateTools() {
     return *where.tools;
 }
 
-QString ffmpegPath() { return locateTools().ffmpeg; }
+QString ffmpegPath() {
+    return locateTools().ffmpeg;
+}
 
-QString ffprobePath() { return locateTools().ffprobe; }
+QString ffprobePath() {
+    return locateTools().ffprobe;
+}
 
 void verifyTools() {
     const ToolPaths paths = locateTools();
@@ -130,15 +136,13 @@ QCoro::Task<QString> runProcess(QString path, QStringList arguments, double time
     auto buffer = std::make_shared<ProcessBuffer>();
 
     // Both pipes are drained as data arrives, so the child never blocks on a full pipe.
-    const auto stdoutReader = QObject::connect(
-        &child, &QProcess::readyReadStandardOutput, &child,
-        [&child, buffer] {
+    const auto stdoutReader =
+        QObject::connect(&child, &QProcess::readyReadStandardOutput, &child, [&child, buffer] {
             ChildProcess::drain(child, QProcess::StandardOutput,
                                 [&buffer](QByteArrayView chunk) { buffer->appendStdout(chunk); });
         });
-    const auto stderrReader = QObject::connect(
-        &child, &QProcess::readyReadStandardError, &child,
-        [&child, buffer] {
+    const auto stderrReader =
+        QObject::connect(&child, &QProcess::readyReadStandardError, &child, [&child, buffer] {
             ChildProcess::drain(child, QProcess::StandardError,
                                 [&buffer](QByteArrayView chunk) { buffer->appendStderr(chunk); });
         });

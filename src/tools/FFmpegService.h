@@ -14,7 +14,6 @@
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
-
 #include <qcoro/qcorotask.h>
 
 #include <optional>

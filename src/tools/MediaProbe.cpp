@@ -8,8 +8,8 @@
 #include <QJsonDocument>
 #include <QJsonValue>
 
-#include <cmath>
 #include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <limits>
 
@@ -118,8 +118,16 @@ QCoro::Task<MediaInfo> probe(QString url, std::stop_token stop) {
         throw FFmpegError::ffprobeNotFound();
     }
     const QStringList arguments{
-        u"-v"_s,        u"error"_s, u"-print_format"_s, u"json"_s, u"-show_streams"_s,
-        u"-show_format"_s, u"-analyzeduration"_s, u"100M"_s, u"-probesize"_s, u"100M"_s,
+        u"-v"_s,
+        u"error"_s,
+        u"-print_format"_s,
+        u"json"_s,
+        u"-show_streams"_s,
+        u"-show_format"_s,
+        u"-analyzeduration"_s,
+        u"100M"_s,
+        u"-probesize"_s,
+        u"100M"_s,
         url,
     };
     const QString output = co_await runProcess(tool, arguments, probeTimeout, stop);

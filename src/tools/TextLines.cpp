@@ -3,7 +3,9 @@
 namespace TextLines {
 
 namespace {
-bool isBlank(QChar c) { return c == u'\t' || c.category() == QChar::Separator_Space; }
+bool isBlank(QChar c) {
+    return c == u'\t' || c.category() == QChar::Separator_Space;
+}
 
 bool isLineSeparator(QChar c) {
     const char16_t u = c.unicode();

@@ -5,7 +5,8 @@
 namespace Utf8 {
 
 namespace {
-constexpr auto decoderFlags = QStringConverter::Flag::Stateless | QStringConverter::Flag::ConvertInitialBom;
+constexpr auto decoderFlags =
+    QStringConverter::Flag::Stateless | QStringConverter::Flag::ConvertInitialBom;
 }
 
 std::optional<QString> decodeStrict(const QByteArray& bytes) {

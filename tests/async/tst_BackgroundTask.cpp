@@ -95,11 +95,13 @@ private Q_SLOTS:
         QVERIFY2(record.elapsedMs >= 150, qPrintable(QString::number(record.elapsedMs)));
     }
 
+    // clang-format off
     void cancelEndsASleepEarly_data() {
         QTest::addColumn<bool>("fromOtherThread");
         QTest::newRow("cancelled on the main thread") << false;
         QTest::newRow("cancelled from another thread") << true;
     }
+    // clang-format on
     void cancelEndsASleepEarly() {
         QFETCH(bool, fromOtherThread);
         SleepRecord record;

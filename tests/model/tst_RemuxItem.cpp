@@ -8,6 +8,7 @@ class RemuxItemTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // clang-format off
     void outputFilename_data() {
         QTest::addColumn<QString>("source");
         QTest::addColumn<QString>("codec"); // null: not probed yet
@@ -30,6 +31,7 @@ private Q_SLOTS:
         QTest::newRow("a name that is only a dot-name") << u"/v/.mp4"_s << u"h264"_s << u".mp4.mp4"_s;
         QTest::newRow("non-ASCII and spaces") << u"/v/Été à Paris.mkv"_s << u"hevc"_s << u"Été à Paris.mp4"_s;
     }
+    // clang-format on
     void outputFilename() {
         QFETCH(QString, source);
         QFETCH(QString, codec);
@@ -44,6 +46,7 @@ private Q_SLOTS:
         QCOMPARE(item.outputFilename(), expected);
     }
 
+    // clang-format off
     void statusRawValues_data() {
         QTest::addColumn<ProcessingStatus>("status");
         QTest::addColumn<QString>("raw");
@@ -53,6 +56,7 @@ private Q_SLOTS:
         QTest::newRow("failed reads Error") << ProcessingStatus::failed << u"Error"_s;
         QTest::newRow("skipped") << ProcessingStatus::skipped << u"Skipped"_s;
     }
+    // clang-format on
     void statusRawValues() {
         QFETCH(ProcessingStatus, status);
         QFETCH(QString, raw);
@@ -64,16 +68,6 @@ private Q_SLOTS:
         QCOMPARE(processingStatusFromRawValue(u"failed"_s), std::nullopt);
         QCOMPARE(processingStatusFromRawValue(u"pending"_s), std::nullopt);
         QCOMPARE(processingStatusFromRawValue(QString()), std::nullopt);
-    }
-
-    void newItemStartsPendingWithAFreshId() {
-        const RemuxItem first(u"/v/a.mkv"_s);
-        const RemuxItem second(u"/v/a.mkv"_s);
-        QVERIFY(!first.id.isNull());
-        QVERIFY(first.id != second.id);
-        QCOMPARE(first.status, ProcessingStatus::pending);
-        QCOMPARE(first.progress, 0.0);
-        QVERIFY(!first.outputURL && !first.error && !first.statusMessage && !first.cachedMediaInfo);
     }
 
     void progressAloneMakesItemsUnequal() {

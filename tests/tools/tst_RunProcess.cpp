@@ -10,9 +10,8 @@
 #include <QTimer>
 
 #include <csignal>
-#include <thread>
-
 #include <sys/types.h>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 using TestSupport::Outcome;
@@ -23,13 +22,15 @@ const QString fixedFailure =
     u"The file couldn't be read. It may be corrupted, incomplete, or not a supported video format."_s;
 
 // Runs a shell script as the child; "$1", "$2"… are `args`.
-Outcome<QString> runScript(const QString& script, const QStringList& args = {},
-                           double timeout = 20, std::stop_token stop = {}) {
+Outcome<QString> runScript(const QString& script, const QStringList& args = {}, double timeout = 20,
+                           std::stop_token stop = {}) {
     return TestSupport::run(FFmpegService::runProcess(
         u"/bin/sh"_s, QStringList{u"-c"_s, script, u"sh"_s} + args, timeout, stop));
 }
 
-bool processExists(pid_t pid) { return ::kill(pid, 0) == 0 || errno != ESRCH; }
+bool processExists(pid_t pid) {
+    return ::kill(pid, 0) == 0 || errno != ESRCH;
+}
 
 } // namespace
 
@@ -43,6 +44,7 @@ class RunProcessTest final : public QObject {
 private Q_SLOTS:
     void cleanup() { QCOMPARE(Async::BackgroundTask::liveCount(), 0); }
 
+    // clang-format off
     void lastLines_data() {
         QTest::addColumn<QString>("text");
         QTest::addColumn<int>("count");
@@ -63,6 +65,7 @@ private Q_SLOTS:
             << u"a\u2028b\u2029c\u0085d\u000Be\u000Cf"_s << 10 << u"a\nb\nc\nd\ne\nf"_s;
         QTest::newRow("only blanks") << u"  \n\t\n\r\n"_s << 10 << u""_s;
     }
+    // clang-format on
     void lastLines() {
         QFETCH(QString, text);
         QFETCH(int, count);
@@ -96,11 +99,13 @@ private Q_SLOTS:
         QVERIFY(clock.elapsed() < 10000);
     }
 
+    // clang-format off
     void cancellationWhileRunningEndsTheChild_data() {
         QTest::addColumn<bool>("fromOtherThread");
         QTest::newRow("cancelled on the main thread") << false;
         QTest::newRow("cancelled from another thread") << true;
     }
+    // clang-format on
     void cancellationWhileRunningEndsTheChild() {
         QFETCH(bool, fromOtherThread);
         const QString pidFile = marker(u"pid-%1"_s.arg(fromOtherThread));
@@ -135,6 +140,7 @@ private Q_SLOTS:
     }
 
     // The flags decide before the exit status; cancellation before the time-out.
+    // clang-format off
     void flagsDecideBeforeTheExitStatus_data() {
         QTest::addColumn<double>("timeout");
         QTest::addColumn<int>("cancelAfterMs");
@@ -144,6 +150,7 @@ private Q_SLOTS:
         QTest::newRow("cancellation after a time-out")
             << 0.2 << 500 << int(FFmpegError::Case::cancelled);
     }
+    // clang-format on
     void flagsDecideBeforeTheExitStatus() {
         QFETCH(double, timeout);
         QFETCH(int, cancelAfterMs);
@@ -162,8 +169,8 @@ private Q_SLOTS:
     void missingExecutableFailsAtOnce() {
         QElapsedTimer clock;
         clock.start();
-        const Outcome<QString> result = TestSupport::run(
-            FFmpegService::runProcess(dir.filePath(u"no-such-tool"_s), {}, 30));
+        const Outcome<QString> result =
+            TestSupport::run(FFmpegService::runProcess(dir.filePath(u"no-such-tool"_s), {}, 30));
         QVERIFY(result.error);
         QCOMPARE(result.error->kind(), FFmpegError::Case::processFailed);
         QVERIFY(!result.error->message().isEmpty());
@@ -177,6 +184,7 @@ private Q_SLOTS:
         QCOMPARE(*result.value, QString());
     }
 
+    // clang-format off
     void failureMessage_data() {
         QTest::addColumn<QString>("script");
         QTest::addColumn<QString>("message");
@@ -196,6 +204,7 @@ private Q_SLOTS:
             << u"yes é | head -n 20000 | tr -d '\\n' >&2; printf a >&2; sleep 0.3; exit 1"_s
             << fixedFailure;
     }
+    // clang-format on
     void failureMessage() {
         QFETCH(QString, script);
         QFETCH(QString, message);
