@@ -4,8 +4,9 @@
 // its end from a test function and see whether it returned or threw.
 
 #include "async/Blocking.h"
-#include "tools/FFmpegError.h"
+#include "tools/FFmpegService.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QString>
@@ -37,6 +38,30 @@ inline QString copyInto(const QTemporaryDir& dir, const QString& source, QString
     QFile::copy(source, target);
     QFile(target).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
     return target;
+}
+
+// Installs `script` as a stand-in for the tool `name` ("ffmpeg" or "ffprobe") in a
+// new shared-support folder under `dir`, and points the tool layer there. Gives the
+// folder that holds the tool, where the script may keep files of its own.
+inline QString installFakeTool(const QTemporaryDir& dir, const QString& name,
+                               const QByteArray& script) {
+    static int serial = 0;
+    const QString support = dir.filePath(QStringLiteral("fake-support-%1").arg(++serial));
+    const QString bin = support + QStringLiteral("/ffmpeg/bin");
+    QDir().mkpath(bin);
+    QFile tool(bin + u'/' + name);
+    tool.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    tool.write("#!/bin/sh\nhere=$(dirname \"$0\")\n" + script);
+    tool.close();
+    tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    FFmpegServiceTesting::setSharedSupportPath(support);
+    return bin;
+}
+
+// The shared-support folder of this build, where the bundled tools stand.
+inline QString bundledSupportPath() {
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() +
+                           QStringLiteral("/../share/morvane"));
 }
 
 template <typename T> struct Outcome {

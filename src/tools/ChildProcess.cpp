@@ -1,6 +1,7 @@
 #include "ChildProcess.h"
 
 #include "FFmpegService.h"
+#include "async/BackgroundTask.h"
 
 #include <QThread>
 
@@ -24,6 +25,26 @@ int exitStatus(const QProcess& child) {
         return 128 + std::max(child.exitCode(), 1);
     }
     return child.exitCode();
+}
+
+QCoro::Task<Ending> runToEnd(QProcess& child) {
+    Ending ending;
+    Async::Wakeup done;
+    // Connected through `done`, so the connections end with this frame.
+    QObject::connect(&child, &QProcess::finished, &done, [&] {
+        ending.status = exitStatus(child);
+        done.wake();
+    });
+    QObject::connect(&child, &QProcess::errorOccurred, &done, [&](QProcess::ProcessError error) {
+        // Other errors (a crash, a failed read) are followed by finished().
+        if (error == QProcess::FailedToStart) {
+            ending.launchError = child.errorString();
+            done.wake();
+        }
+    });
+    child.start();
+    co_await done.wait();
+    co_return ending;
 }
 
 void terminateIfRunning(QProcess* child) {

@@ -6,6 +6,9 @@
 #include <QProcess>
 #include <QString>
 #include <QStringList>
+#include <qcoro/qcorotask.h>
+
+#include <optional>
 
 namespace ChildProcess {
 
@@ -32,6 +35,17 @@ void drain(QProcess& child, QProcess::ProcessChannel channel, Sink&& sink) {
     }
     child.setReadChannel(previous);
 }
+
+// How a child ended: its exit status (see exitStatus()), or, when it never
+// started, the launch error's description.
+struct Ending {
+    std::optional<int> status;
+    QString launchError;
+};
+
+// Starts the described child and completes once it has ended or failed to start.
+// Output that arrives meanwhile goes to whatever the caller connected beforehand.
+QCoro::Task<Ending> runToEnd(QProcess& child);
 
 // Sends SIGTERM if the child is running. Safe from any thread: off the child's own
 // thread the signal is sent from that thread's event loop.

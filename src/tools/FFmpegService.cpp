@@ -13,7 +13,6 @@
 #include <QProcess>
 
 #include <mutex>
-#include <variant>
 
 Q_LOGGING_CATEGORY(lcFFmpeg, "com.morvane.FFmpeg")
 
@@ -125,11 +124,6 @@ const QProcessEnvironment& childEnvironment() {
 
 QCoro::Task<QString> runProcess(QString path, QStringList arguments, double timeout,
                                 std::stop_token stop) {
-    // Declared before the child, so that they outlive every connection to it.
-    std::variant<std::monostate, QString, FFmpegError> result;
-    Async::Wakeup ended;
-    Async::BackgroundTask watchdog;
-
     QProcess child;
     ChildProcess::describe(child, path, arguments);
     child.setProcessChannelMode(QProcess::SeparateChannels);
@@ -147,8 +141,11 @@ QCoro::Task<QString> runProcess(QString path, QStringList arguments, double time
                                 [&buffer](QByteArrayView chunk) { buffer->appendStderr(chunk); });
         });
 
-    watchdog = Async::start(watch, timeout, buffer, QPointer<QProcess>(&child));
+    const Async::BackgroundTask watchdog =
+        Async::start(watch, timeout, buffer, QPointer<QProcess>(&child));
 
+    std::optional<FFmpegError> failure;
+    ProcessOutcome outcome;
     {
         // A cancellation before the launch only sets the flag: the child then runs to
         // its end unwatched, and the call reports the cancellation.
@@ -157,55 +154,38 @@ QCoro::Task<QString> runProcess(QString path, QStringList arguments, double time
             buffer->noteCancelled();
             ChildProcess::terminateIfRunning(&child);
         });
-
-        QObject::connect(&child, &QProcess::finished, &child, [&, buffer] {
-            watchdog.cancel();
-            QObject::disconnect(stdoutReader);
-            QObject::disconnect(stderrReader);
-            const ProcessOutcome outcome =
+        const ChildProcess::Ending ending = co_await ChildProcess::runToEnd(child);
+        watchdog.cancel();
+        QObject::disconnect(stdoutReader);
+        QObject::disconnect(stderrReader);
+        if (!ending.status) {
+            failure = FFmpegError::processFailed(ending.launchError);
+        } else {
+            outcome =
                 buffer->finalOutcome(child.readAllStandardOutput(), child.readAllStandardError());
             // The flags decide before the exit status: a cancelled or timed-out call
             // reports that even when the child managed to exit with 0.
-            const int status = ChildProcess::exitStatus(child);
             if (outcome.wasCancelled) {
-                result = FFmpegError::cancelled();
+                failure = FFmpegError::cancelled();
             } else if (outcome.didTimeout) {
-                result = FFmpegError::timedOut();
-            } else if (status == 0) {
-                result = outcome.stdoutText;
-            } else {
+                failure = FFmpegError::timedOut();
+            } else if (*ending.status != 0) {
                 const QString message =
                     outcome.stderrText.isEmpty()
                         ? u"The file couldn't be read. It may be corrupted, incomplete, or not a supported video format."_s
                         : lastLines(outcome.stderrText, 10);
-                qCCritical(lcFFmpeg, "Process failed (exit %d):\n%s", status,
+                qCCritical(lcFFmpeg, "Process failed (exit %d):\n%s", *ending.status,
                            qUtf8Printable(message));
-                result = FFmpegError::processFailed(message);
+                failure = FFmpegError::processFailed(message);
             }
-            ended.wake();
-        });
-        QObject::connect(&child, &QProcess::errorOccurred, &child,
-                         [&](QProcess::ProcessError error) {
-                             if (error != QProcess::FailedToStart) {
-                                 return;
-                             }
-                             watchdog.cancel();
-                             QObject::disconnect(stdoutReader);
-                             QObject::disconnect(stderrReader);
-                             result = FFmpegError::processFailed(child.errorString());
-                             ended.wake();
-                         });
-
-        child.start();
-        co_await ended.wait();
+        }
     }
-    // The watchdog touches the child; it must be gone before the child is.
+    // The watchdog may touch the child; it must be gone before the child is.
     co_await watchdog.finished();
-
-    if (auto* error = std::get_if<FFmpegError>(&result)) {
-        throw *error;
+    if (failure) {
+        throw *failure;
     }
-    co_return std::get<QString>(result);
+    co_return outcome.stdoutText;
 }
 
 } // namespace FFmpegService

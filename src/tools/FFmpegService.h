@@ -11,11 +11,14 @@
 
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QList>
 #include <QProcessEnvironment>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <qcoro/qcorotask.h>
 
+#include <functional>
 #include <optional>
 #include <stop_token>
 
@@ -49,6 +52,51 @@ const QProcessEnvironment& childEnvironment();
 // cancellation or time-out wins over whatever the child's exit status was.
 QCoro::Task<QString> runProcess(QString path, QStringList arguments, double timeout,
                                 std::stop_token stop = {});
+
+// Receives the completed fraction of a run, from 0 to 1.
+using ProgressCallback = std::function<void(double fraction)>;
+
+// Runs the long ffmpeg remux with `arguments`, reporting the position of each
+// "time=" that standard error shows as a fraction of `totalDuration` (none when it
+// is not above 0), and 1.0 at a successful end. No time limit. Throws remuxFailed
+// (launch failure or nonzero exit) or cancelled. The exit status decides before
+// the cancellation: a child that exits 0 after all is a success.
+QCoro::Task<> runFFmpegWithProgress(QStringList arguments, double totalDuration,
+                                    ProgressCallback progress, std::stop_token stop = {});
+// The fraction that one decoded chunk of standard error reports: its first
+// "time=HH:MM:SS.hh", over `totalDuration`, at most 1.0.
+std::optional<double> progressFraction(const QString& text, double totalDuration);
+
+// The ffmpeg arguments that remux `input` into `output`: video copied (HEVC tagged
+// hvc1), the first audio copied or made AAC stereo 192k, text subtitles as mov_text.
+QStringList remuxArguments(const QString& input, const QString& output, const MediaInfo& info);
+// Remuxes `input` into `output` (whose extension picks the container). Throws
+// ffmpegNotFound, or what runFFmpegWithProgress() throws. Writes only `output`.
+QCoro::Task<> remux(QString input, QString output, MediaInfo info, ProgressCallback progress,
+                    std::stop_token stop = {});
+
+// One text subtitle stream and the .srt sidecar it goes to.
+struct SubtitleExtractionPlan {
+    int streamIndex = 0;
+    QString url;
+
+    bool operator==(const SubtitleExtractionPlan&) const = default;
+};
+// Names a sidecar for each text subtitle stream, in stream order, avoiding files
+// that exist, names taken earlier in this plan and the `reserved` paths. Reads the
+// file system only to test for existing files.
+QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
+                                                     const QList<SubtitleStream>& streams,
+                                                     const std::optional<QString>& outputDirectory,
+                                                     const QSet<QString>& reserved);
+// The ffmpeg arguments that write every planned sidecar in one run.
+QStringList subtitleExtractionArguments(const QString& input,
+                                        const QList<SubtitleExtractionPlan>& plans);
+// Writes the sidecars in one ffmpeg run of at most 30 seconds and gives the number
+// of planned files that are missing afterwards. A failed run is only counted;
+// throws ffmpegNotFound, timedOut or cancelled.
+QCoro::Task<int> extractSubtitles(QString input, QList<SubtitleExtractionPlan> plans,
+                                  std::stop_token stop = {});
 
 // The one sentence a row shows for any failure.
 QString friendlyMessage(const std::exception& error);

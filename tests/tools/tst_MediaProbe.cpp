@@ -39,24 +39,16 @@ class MediaProbeTest final : public QObject {
     Q_OBJECT
 
     QTemporaryDir work;
-    const QString realSupport =
-        QDir::cleanPath(QCoreApplication::applicationDirPath() + u"/../share/morvane"_s);
+    const QString realSupport = TestSupport::bundledSupportPath();
 
     // A stand-in ffprobe that records its arguments and prints `output`.
     QString installFakeProbe(const QString& output) {
-        const QString bin = work.filePath(u"fake/ffmpeg/bin"_s);
-        QDir().mkpath(bin);
+        const QString bin = TestSupport::installFakeTool(
+            work, u"ffprobe"_s,
+            "printf '%s\\n' \"$@\" > \"$here/arguments\"\ncat \"$here/output\"\n");
         QFile text(bin + u"/output"_s);
-        text.open(QIODevice::WriteOnly | QIODevice::Truncate);
+        text.open(QIODevice::WriteOnly);
         text.write(output.toUtf8());
-        text.close();
-        QFile script(bin + u"/ffprobe"_s);
-        script.open(QIODevice::WriteOnly | QIODevice::Truncate);
-        script.write("#!/bin/sh\nd=$(dirname \"$0\")\nprintf '%s\\n' \"$@\" > \"$d/arguments\"\n"
-                     "cat \"$d/output\"\n");
-        script.close();
-        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        FFmpegServiceTesting::setSharedSupportPath(work.filePath(u"fake"_s));
         return bin;
     }
 

@@ -1,0 +1,64 @@
+// The one ffmpeg command line that does the main job: copy the video, make the
+// audio playable, embed text subtitles.
+
+#include "FFmpegService.h"
+#include "Logging.h"
+#include "model/FilePath.h"
+
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace FFmpegService {
+
+QStringList remuxArguments(const QString& input, const QString& output, const MediaInfo& info) {
+    QStringList arguments{u"-i"_s, input, u"-map"_s, u"0:v:0"_s, u"-c:v"_s, u"copy"_s};
+    if (info.videoCodec.toLower() == u"hevc") {
+        // QuickTime plays HEVC only under the hvc1 tag, whatever the source says.
+        arguments << u"-tag:v"_s << u"hvc1"_s;
+        qCInfo(lcFFmpeg, "HEVC detected — tagging as hvc1 for QuickTime");
+    }
+    if (info.audioCodec) {
+        arguments << u"-map"_s << u"0:a:0"_s;
+        if (isQuickTimeAudioCodec(*info.audioCodec)) {
+            arguments << u"-c:a"_s << u"copy"_s;
+            qCInfo(lcFFmpeg, "Audio is AAC — copying as-is");
+        } else {
+            arguments << u"-c:a"_s << u"aac"_s << u"-ac"_s << u"2"_s << u"-b:a"_s << u"192k"_s;
+            qCInfo(lcFFmpeg, "Audio needs transcoding: %s → AAC stereo 192k",
+                   qUtf8Printable(*info.audioCodec));
+        }
+    } else {
+        qCInfo(lcFFmpeg, "No audio track found — video only");
+    }
+    long textStreams = 0;
+    for (const SubtitleStream& stream : info.subtitleStreams) {
+        if (isTextSubtitleCodec(stream.codec)) {
+            arguments << u"-map"_s << u"0:%1"_s.arg(stream.index);
+            ++textStreams;
+        }
+    }
+    if (textStreams > 0) {
+        arguments << u"-c:s"_s << u"mov_text"_s;
+        qCInfo(lcFFmpeg, "Embedding %ld text subtitle track(s) as mov_text", textStreams);
+    }
+    arguments << u"-y"_s << output;
+    return arguments;
+}
+
+QCoro::Task<> remux(QString input, QString output, MediaInfo info, ProgressCallback progress,
+                    std::stop_token stop) {
+    qCInfo(lcFFmpeg, "Remux started: %s", qUtf8Printable(FilePath::lastPathComponent(input)));
+    const QString tool = ffmpegPath();
+    if (tool.isEmpty() || !QFileInfo::exists(tool)) {
+        throw FFmpegError::ffmpegNotFound();
+    }
+    const QStringList arguments = remuxArguments(input, output, info);
+    qCDebug(lcFFmpeg, "FFmpeg remux: %s → %s (%ld args)",
+            qUtf8Printable(FilePath::lastPathComponent(input)),
+            qUtf8Printable(FilePath::lastPathComponent(output)), long(arguments.size()));
+    co_await runFFmpegWithProgress(arguments, info.duration, std::move(progress), stop);
+    qCInfo(lcFFmpeg, "Remux complete: %s", qUtf8Printable(FilePath::lastPathComponent(output)));
+}
+
+} // namespace FFmpegService
