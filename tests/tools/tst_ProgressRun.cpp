@@ -43,7 +43,9 @@ class ProgressRunTest final : public QObject {
     QTemporaryDir work;
 
 private Q_SLOTS:
-    void cleanup() { FFmpegServiceTesting::setSharedSupportPath(TestSupport::bundledSupportPath()); }
+    void cleanup() {
+        FFmpegServiceTesting::setSharedSupportPath(TestSupport::bundledSupportPath());
+    }
 
     // clang-format off
     void progressFraction_data() {
@@ -131,7 +133,8 @@ private Q_SLOTS:
         QFETCH(QByteArray, script);
         QFETCH(QString, message);
         TestSupport::installFakeTool(work, u"ffmpeg"_s, script);
-        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(u"^FFmpeg failed \\(exit \\d+\\):"_s));
+        QTest::ignoreMessage(QtCriticalMsg,
+                             QRegularExpression(u"^FFmpeg failed \\(exit \\d+\\):"_s));
         Reports reports;
         const Outcome<bool> result = runWithProgress({}, 10, reports);
         QVERIFY(result.error);
@@ -150,9 +153,10 @@ private Q_SLOTS:
     }
 
     void reportsEachPositionThenOne() {
-        TestSupport::installFakeTool(work, u"ffmpeg"_s,
-                                     "for t in 01 02 03; do printf 'size=1 time=00:00:%s.00 x\\r' $t >&2;"
-                                     " sleep 0.1; done; exit 0\n");
+        TestSupport::installFakeTool(
+            work, u"ffmpeg"_s,
+            "for t in 01 02 03; do printf 'size=1 time=00:00:%s.00 x\\r' $t >&2;"
+            " sleep 0.1; done; exit 0\n");
         Reports reports;
         QVERIFY(!runWithProgress({}, 4, reports).error);
         QCOMPARE(reports.fractions, QList<double>({0.25, 0.5, 0.75, 1.0}));
@@ -190,11 +194,13 @@ private Q_SLOTS:
     // A real ffmpeg over twenty seconds of media, read at ten times its rate so that
     // it prints its position several times along the way.
     void realRunReportsIncreasingFractions() {
-        const QString source = TestSupport::copyInto(work, TestSupport::mediaPath(u"long_20s.mkv"_s));
+        const QString source =
+            TestSupport::copyInto(work, TestSupport::mediaPath(u"long_20s.mkv"_s));
         Reports reports;
-        const Outcome<bool> result = runWithProgress(
-            {u"-readrate"_s, u"10"_s, u"-i"_s, source, u"-c"_s, u"copy"_s, u"-f"_s, u"null"_s, u"-"_s},
-            20.0, reports);
+        const Outcome<bool> result =
+            runWithProgress({u"-readrate"_s, u"10"_s, u"-i"_s, source, u"-c"_s, u"copy"_s, u"-f"_s,
+                             u"null"_s, u"-"_s},
+                            20.0, reports);
         QVERIFY(!result.error);
         const QList<double> fractions = reports.fractions;
         QVERIFY2(fractions.size() >= 4, qPrintable(QString::number(fractions.size())));
