@@ -1,0 +1,257 @@
+// The road of one file: the early probe and verdict after adding, and the run
+// that a batch starts for it. Both decide with the same rules. Every step finds its
+// item again by id: the list may change at each suspension.
+
+#include "Logging.h"
+#include "RemuxService.h"
+#include "async/TaskGroup.h"
+#include "model/FilePath.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int maxConcurrentProbes = 4;
+
+const QString outputExistsText = u"Skipped — output file already exists"_s;
+
+// The verdict of the rejection order, plus the rule that an existing output is
+// never overwritten.
+std::optional<Rejection> verdictFor(const MediaInfo& info, const QString& url,
+                                    const QString& output) {
+    if (std::optional<Rejection> rejection = rejectionFor(info, FilePath::pathExtension(url))) {
+        return rejection;
+    }
+    if (QFileInfo::exists(output)) {
+        return Rejection{ProcessingStatus::skipped, outputExistsText};
+    }
+    return std::nullopt;
+}
+
+bool isCancellation(const FFmpegError& error) {
+    return error.kind() == FFmpegError::Case::cancelled;
+}
+
+} // namespace
+
+QString RemuxService::outputURL(const RemuxItem& item) const {
+    const QString folder =
+        customOutputDirectory_.value_or(FilePath::deletingLastPathComponent(item.url));
+    return FilePath::appendingPathComponent(folder, item.outputFilename());
+}
+
+void RemuxService::deleteCreatedOutputs(const QStringList& urls) {
+    for (const QString& url : urls) {
+        QFile::remove(url);
+    }
+}
+
+void RemuxService::releaseClaims(const QStringList& urls) {
+    bool changed = false;
+    for (const QString& url : urls) {
+        changed |= inflightOutputs_.remove(url);
+    }
+    if (changed) {
+        Q_EMIT inflightOutputsChanged();
+    }
+}
+
+void RemuxService::probeItems(const QList<QUuid>& ids) {
+    QList<std::pair<QUuid, QString>> pairs;
+    for (const QUuid& id : ids) {
+        if (const std::optional<RemuxItem> found = item(id)) {
+            pairs.append({id, found->url});
+        }
+    }
+    if (pairs.isEmpty()) {
+        return;
+    }
+    own(Async::start(&RemuxService::probeAll, this, pairs));
+}
+
+QCoro::Task<> RemuxService::probeAll(QList<std::pair<QUuid, QString>> pairs, std::stop_token stop) {
+    Async::TaskGroup probes(stop);
+    for (const auto& [id, url] : pairs) {
+        co_await probes.waitUntilFewerThan(maxConcurrentProbes);
+        probes.start(&RemuxService::preflightItem, this, id, url);
+    }
+    co_await probes.waitForAll();
+}
+
+QCoro::Task<> RemuxService::preflightItem(QUuid id, QString url, std::stop_token stop) {
+    const std::optional<RemuxItem> before = item(id);
+    if (!before || before->status != ProcessingStatus::pending) {
+        co_return;
+    }
+    std::optional<MediaInfo> info;
+    std::optional<FFmpegError> failure;
+    try {
+        info = co_await FFmpegService::probe(url, stop);
+    } catch (const FFmpegError& error) {
+        failure = error;
+    }
+    // The run may have started meanwhile, or the user removed or cancelled the item.
+    const std::optional<RemuxItem> after = item(id);
+    if (!after || after->status != ProcessingStatus::pending) {
+        co_return;
+    }
+    if (failure) {
+        updateItem(id, [&](RemuxItem& item) {
+            item.status = ProcessingStatus::failed;
+            item.error = FFmpegService::friendlyMessage(*failure);
+        });
+        co_return;
+    }
+    updateItem(id, [&](RemuxItem& item) { item.cachedMediaInfo = info; });
+    const std::optional<RemuxItem> probed = item(id);
+    if (const std::optional<Rejection> verdict = verdictFor(*info, url, outputURL(*probed))) {
+        updateItem(id, [&](RemuxItem& item) {
+            item.status = verdict->status;
+            (verdict->status == ProcessingStatus::failed ? item.error : item.statusMessage) =
+                verdict->text;
+        });
+    }
+}
+
+QCoro::Task<MediaInfo> RemuxService::resolveMediaInfo(QUuid id, QString url,
+                                                      std::optional<MediaInfo> cachedInfo,
+                                                      std::stop_token stop) {
+    if (cachedInfo) {
+        co_return *cachedInfo;
+    }
+    MediaInfo info = co_await FFmpegService::probe(url, stop);
+    updateItem(id, [&](RemuxItem& item) { item.cachedMediaInfo = info; });
+    co_return info;
+}
+
+QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<MediaInfo> cachedInfo,
+                                        std::stop_token stop) {
+    QStringList claimedOutputs;
+    QStringList createdOutputs;
+    int failedSubtitleCount = 0;
+    std::optional<FFmpegError> failure;
+
+    try {
+        const MediaInfo info = co_await resolveMediaInfo(id, url, cachedInfo, stop);
+        const QString extension = FilePath::pathExtension(url);
+
+        if (const std::optional<Rejection> rejection = rejectionFor(info, extension)) {
+            if (rejection->status == ProcessingStatus::failed) {
+                throw FFmpegError::remuxFailed(rejection->text);
+            }
+            updateItem(id, [&](RemuxItem& item) {
+                item.status = ProcessingStatus::skipped;
+                item.statusMessage = rejection->text;
+            });
+            co_return;
+        }
+
+        const std::optional<RemuxItem> current = item(id);
+        if (!current) {
+            co_return;
+        }
+        const QString output = outputURL(*current);
+        const QString outputFolder = FilePath::deletingLastPathComponent(output);
+        if (QFileInfo::exists(output)) {
+            updateItem(id, [&](RemuxItem& item) {
+                item.status = ProcessingStatus::skipped;
+                item.statusMessage = outputExistsText;
+            });
+            co_return;
+        }
+        // From the test to the claim nothing suspends, so no other run can come
+        // between them.
+        if (inflightOutputs_.contains(output)) {
+            updateItem(id, [&](RemuxItem& item) {
+                item.status = ProcessingStatus::failed;
+                item.error = u"Output path collision with another queued file: "_s +
+                             FilePath::lastPathComponent(output);
+            });
+            co_return;
+        }
+        inflightOutputs_.insert(output);
+        claimedOutputs = {output};
+        Q_EMIT inflightOutputsChanged();
+        updateItem(id, [&](RemuxItem& item) { item.outputURL = output; });
+
+        if (!info.hasTextSubtitles()) {
+            failedSubtitleCount = 0;
+            createdOutputs = {output};
+        } else {
+            const QList<FFmpegService::SubtitleExtractionPlan> plans =
+                FFmpegService::planSubtitleExtraction(url, info.subtitleStreams, outputFolder,
+                                                      inflightOutputs_);
+            for (const FFmpegService::SubtitleExtractionPlan& plan : plans) {
+                inflightOutputs_.insert(plan.url);
+                claimedOutputs.append(plan.url);
+            }
+            Q_EMIT inflightOutputsChanged();
+            const auto existingSidecars = [&plans] {
+                QStringList existing;
+                for (const FFmpegService::SubtitleExtractionPlan& plan : plans) {
+                    if (QFileInfo::exists(plan.url)) {
+                        existing.append(plan.url);
+                    }
+                }
+                return existing;
+            };
+            try {
+                failedSubtitleCount = co_await FFmpegService::extractSubtitles(url, plans, stop);
+            } catch (const FFmpegError& error) {
+                const FFmpegError::Case kind = error.kind();
+                if (kind == FFmpegError::Case::cancelled ||
+                    kind == FFmpegError::Case::ffmpegNotFound ||
+                    kind == FFmpegError::Case::ffprobeNotFound) {
+                    // The planned names were free and claimed, so whatever stands
+                    // there now is what the cut-short extraction wrote.
+                    createdOutputs = existingSidecars();
+                    throw;
+                }
+                qCCritical(lcRemuxService, "Subtitle extraction failed for %s: %s",
+                           qUtf8Printable(FilePath::lastPathComponent(url)), error.what());
+                failedSubtitleCount = int(plans.size());
+            }
+            createdOutputs = existingSidecars() + QStringList{output};
+        }
+
+        auto throttle = std::make_shared<ProgressThrottle>();
+        FFmpegService::ProgressCallback progress = [this, id, throttle](double fraction) {
+            forwardProgress(fraction, id, *throttle);
+        };
+        co_await FFmpegService::remux(url, output, info, progress, stop);
+
+        // ffmpeg may finish with status 0 after a cancellation; its output goes.
+        if (stop.stop_requested()) {
+            deleteCreatedOutputs(createdOutputs);
+            releaseClaims(claimedOutputs);
+            co_return;
+        }
+        updateItem(id, [&](RemuxItem& item) {
+            item.status = ProcessingStatus::completed;
+            item.outputURL = output;
+            if (failedSubtitleCount >= 1) {
+                item.statusMessage = u"%1 subtitle track%2 failed to extract"_s.arg(
+                    QString::number(failedSubtitleCount),
+                    failedSubtitleCount == 1 ? QString() : u"s"_s);
+            }
+        });
+        releaseClaims(claimedOutputs);
+        co_return;
+    } catch (const FFmpegError& error) {
+        failure = error;
+    }
+
+    // The end of a failed or cancelled run: what it wrote goes, whoever cancelled
+    // it has already set what the user sees.
+    deleteCreatedOutputs(createdOutputs);
+    if (!isCancellation(*failure)) {
+        updateItem(id, [&](RemuxItem& item) {
+            item.status = ProcessingStatus::failed;
+            item.error = FFmpegService::friendlyMessage(*failure);
+        });
+    }
+    releaseClaims(claimedOutputs);
+}

@@ -1,0 +1,81 @@
+#pragma once
+
+// A private D-Bus session bus for one test process (Debian's dbus-daemon), and a
+// stand-in freedesktop notification service on it that records every Notify call.
+// Start the session before anything touches QDBusConnection::sessionBus().
+
+#include <QDBusConnection>
+#include <QDBusMetaType>
+#include <QObject>
+#include <QProcess>
+#include <QStringList>
+#include <QVariantMap>
+
+class NotificationRecorder final : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+public:
+    struct Call {
+        QString appName;
+        uint replacesId;
+        QString summary;
+        QString body;
+        QVariantMap hints;
+    };
+    QList<Call> calls;
+
+public Q_SLOTS:
+    uint Notify(const QString& appName, uint replacesId, const QString& /*appIcon*/,
+                const QString& summary, const QString& body, const QStringList& /*actions*/,
+                const QVariantMap& hints, int /*expireTimeout*/) {
+        calls.append(Call{appName, replacesId, summary, body, hints});
+        return uint(calls.size());
+    }
+    QString GetServerInformation(QString& vendor, QString& version, QString& specVersion) {
+        vendor = QStringLiteral("Morvane tests");
+        version = QStringLiteral("1");
+        specVersion = QStringLiteral("1.2");
+        return QStringLiteral("recorder");
+    }
+};
+
+class DBusSession {
+public:
+    // Starts the bus and points this process's session bus at it.
+    bool start() {
+        daemon_.start(QStringLiteral("dbus-daemon"),
+                      {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                       QStringLiteral("--print-address")});
+        if (!daemon_.waitForStarted(5000) || !daemon_.waitForReadyRead(5000)) {
+            return false;
+        }
+        address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
+        qputenv("DBUS_SESSION_BUS_ADDRESS", address_.toUtf8());
+        return !address_.isEmpty();
+    }
+
+    // Offers the recording service under its well-known name, from a connection of
+    // its own, as another program would.
+    bool registerRecorder(NotificationRecorder* recorder) {
+        QDBusConnection service = QDBusConnection::connectToBus(address_, QStringLiteral("recorder"));
+        return service.registerObject(QStringLiteral("/org/freedesktop/Notifications"), recorder,
+                                      QDBusConnection::ExportAllSlots) &&
+               service.registerService(QStringLiteral("org.freedesktop.Notifications"));
+    }
+
+    void unregisterRecorder() {
+        QDBusConnection service(QStringLiteral("recorder"));
+        service.unregisterService(QStringLiteral("org.freedesktop.Notifications"));
+        service.unregisterObject(QStringLiteral("/org/freedesktop/Notifications"));
+    }
+
+    ~DBusSession() {
+        QDBusConnection::disconnectFromBus(QStringLiteral("recorder"));
+        daemon_.kill();
+        daemon_.waitForFinished(2000);
+    }
+
+private:
+    QProcess daemon_;
+    QString address_;
+};
