@@ -57,7 +57,8 @@ public:
     // Offers the recording service under its well-known name, from a connection of
     // its own, as another program would.
     bool registerRecorder(NotificationRecorder* recorder) {
-        QDBusConnection service = QDBusConnection::connectToBus(address_, QStringLiteral("recorder"));
+        QDBusConnection service =
+            QDBusConnection::connectToBus(address_, QStringLiteral("recorder"));
         return service.registerObject(QStringLiteral("/org/freedesktop/Notifications"), recorder,
                                       QDBusConnection::ExportAllSlots) &&
                service.registerService(QStringLiteral("org.freedesktop.Notifications"));

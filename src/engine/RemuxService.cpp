@@ -26,6 +26,8 @@ RemuxService::RemuxService(QObject* parent)
     : QObject(parent), notifier_(std::make_unique<NotificationAgent>()) {}
 
 RemuxService::~RemuxService() {
+    // No tail may launch anything from here on.
+    shuttingDown_ = true;
     std::vector<Async::BackgroundTask> pending = owned_;
     for (const ActiveRun& run : activeTasks_) {
         pending.push_back(run.task);
@@ -36,7 +38,7 @@ RemuxService::~RemuxService() {
     for (const Async::BackgroundTask& task : pending) {
         task.cancel();
     }
-    // Their tails may still call back into the engine, which is whole until here.
+    // Their tails still call back into the engine, which is whole until here.
     for (const Async::BackgroundTask& task : pending) {
         Async::waitFor(task.finished());
     }
@@ -169,7 +171,7 @@ void RemuxService::startBatch() {
 
 void RemuxService::launchItem(const QUuid& id) {
     const std::optional<RemuxItem> found = item(id);
-    if (!found) {
+    if (!found || shuttingDown_) {
         return;
     }
     updateItem(id, [](RemuxItem& item) { item.status = ProcessingStatus::processing; });

@@ -131,6 +131,7 @@ private:
     // an append doesn't resolve every listed path again.
     QHash<QUuid, QString> keyOf_;
     quint64 nextRun_ = 0;
+    bool shuttingDown_ = false;
     // Tasks nobody else holds (probe batches): kept so the destructor can end them.
     std::vector<Async::BackgroundTask> owned_;
 };

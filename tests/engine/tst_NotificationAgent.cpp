@@ -83,10 +83,12 @@ private Q_SLOTS:
         LogCapture log;
         NotificationAgent agent;
         Async::waitFor(agent.requestAuthorization());
-        QCOMPARE(log.count("com.morvane.NotificationAgent", u"Notification permission error: "_s), 1);
+        QCOMPARE(log.count("com.morvane.NotificationAgent", u"Notification permission error: "_s),
+                 1);
         agent.postBatchComplete(2, 0, 0);
         QTRY_COMPARE(log.count("com.morvane.NotificationAgent",
-                               u"Failed to post batch-complete notification: "_s), 1);
+                               u"Failed to post batch-complete notification: "_s),
+                     1);
         QVERIFY(bus.registerRecorder(&recorder));
     }
 };

@@ -1,0 +1,412 @@
+#include "DBusSession.h"
+#include "TestSupport.h"
+#include "engine/RemuxService.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Stands in for ffmpeg where timing matters. Sidecar runs write SubRip files;
+// remux runs write a partial output, log "start"/"end"/"term" with the output's
+// name, and behave as the file "mode" says: fail, hold (until "release-<name>"
+// exists), chatty (100 progress lines over a second), or finish at once.
+const QByteArray fakeFfmpeg = R"SH(for last; do :; done
+case " $* " in
+  *" srt "*)
+    for a in "$@"; do case "$a" in *.srt) printf '1\n00:00:00,000 --> 00:00:01,000\nx\n\n' > "$a";; esac; done
+    exit 0;;
+esac
+name=$(basename "$last")
+echo "start $name" >> "$here/log"
+printf partial > "$last"
+trap 'kill $p 2>/dev/null; echo "term $name" >> "$here/log"; exit 255' TERM
+case "$(cat "$here/mode" 2>/dev/null)" in
+  fail) echo "[mp4 @ 0x1] Could not write header for output file" >&2; exit 1;;
+  hold) while [ ! -e "$here/release-$name" ]; do sleep 0.02 & p=$!; wait $p; done;;
+  chatty) i=0; while [ $i -lt 100 ]; do printf 'time=00:00:00.%02d \r' $i >&2; sleep 0.01 & p=$!; wait $p; i=$((i+1)); done;;
+esac
+echo "end $name" >> "$here/log"
+exit 0
+)SH";
+
+constexpr int runTimeout = 30000;
+
+} // namespace
+
+class RemuxServiceTest final : public QObject {
+    Q_OBJECT
+
+    DBusSession bus;
+    NotificationRecorder recorder;
+    std::unique_ptr<QTemporaryDir> folder;
+    std::unique_ptr<RemuxService> service;
+    QString fakeBin;
+
+    QString add(const QString& media, const QString& as = {}) {
+        return TestSupport::copyInto(*folder, TestSupport::mediaPath(media), as);
+    }
+    // Appends and probes, and waits until every new item has its early verdict.
+    QList<QUuid> addAndProbe(const QStringList& urls) {
+        const QList<QUuid> ids = service->appendItems(urls);
+        service->probeItems(ids);
+        for (const QUuid& id : ids) {
+            if (!QTest::qWaitFor(
+                    [&] {
+                        const auto item = service->item(id);
+                        return item->status != ProcessingStatus::pending || item->cachedMediaInfo;
+                    },
+                    runTimeout)) {
+                qWarning("early probe did not end");
+            }
+        }
+        return ids;
+    }
+    RemuxItem itemAt(const QUuid& id) const { return *service->item(id); }
+    void useFakeFfmpeg(const QString& mode) {
+        fakeBin = TestSupport::installFakeTool(*folder, u"ffmpeg"_s, fakeFfmpeg);
+        QFile::link(TestSupport::bundledSupportPath() + u"/ffmpeg/bin/ffprobe"_s,
+                    fakeBin + u"/ffprobe"_s);
+        QFile modeFile(fakeBin + u"/mode"_s);
+        modeFile.open(QIODevice::WriteOnly);
+        modeFile.write(mode.toUtf8());
+    }
+    QStringList fakeLog() const {
+        QFile log(fakeBin + u"/log"_s);
+        if (!log.open(QIODevice::ReadOnly)) {
+            return {};
+        }
+        return QString::fromUtf8(log.readAll()).split(u'\n', Qt::SkipEmptyParts);
+    }
+    void release(const QString& outputName) {
+        QFile(fakeBin + u"/release-"_s + outputName).open(QIODevice::WriteOnly);
+    }
+    bool waitForBatchEnd() {
+        return QTest::qWaitFor([&] { return !service->isRemuxing(); }, runTimeout);
+    }
+
+private Q_SLOTS:
+    void initTestCase() {
+        QVERIFY(bus.start());
+        QVERIFY(bus.registerRecorder(&recorder));
+    }
+    void init() {
+        recorder.calls.clear();
+        folder = std::make_unique<QTemporaryDir>();
+        FFmpegServiceTesting::setSharedSupportPath(TestSupport::bundledSupportPath());
+        service = std::make_unique<RemuxService>();
+    }
+    void cleanup() {
+        service.reset();
+        FFmpegServiceTesting::setSharedSupportPath(TestSupport::bundledSupportPath());
+        QCOMPARE(Async::BackgroundTask::liveCount(), 0);
+    }
+
+    void duplicatesAreLeftOut() {
+        const QString clip = add(u"h264_aac.mkv"_s, u"Clip.mkv"_s);
+        QFile::link(clip, folder->filePath(u"link.mkv"_s));
+        QCOMPARE(service->appendItems({clip}).size(), 1);
+        QVERIFY(service->appendItems({folder->filePath(u"CLIP.MKV"_s)}).isEmpty());
+        QVERIFY(service->appendItems({folder->filePath(u"link.mkv"_s)}).isEmpty());
+        QVERIFY(service->appendItems({folder->filePath(u"./sub/../Clip.mkv"_s)}).isEmpty());
+        const QString other = add(u"no_audio.mkv"_s);
+        QSignalSpy inserted(service.get(), &RemuxService::itemsInserted);
+        QCOMPARE(service->appendItems({other, other}).size(), 2);
+        QCOMPARE(inserted.size(), 1);
+        QCOMPARE(service->items().size(), 3);
+        QCOMPARE(service->items().at(1).url, other);
+    }
+
+    // clang-format off
+    void earlyVerdicts_data() {
+        QTest::addColumn<QString>("media");
+        QTest::addColumn<bool>("outputExists");
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("no video") << u"no_video.mkv"_s << false << u"Error"_s << u"No video stream found"_s;
+        QTest::newRow("unsupported codec") << u"mpeg4.avi"_s << false << u"Error"_s << u"mpeg4 video is not supported by QuickTime"_s;
+        QTest::newRow("10-bit H.264") << u"h264_10bit.mkv"_s << false << u"Error"_s << u"10-bit/12-bit H.264 is not supported by QuickTime"_s;
+        QTest::newRow("already compatible") << u"h264_aac.mp4"_s << false << u"Skipped"_s << u"Skipped — already QuickTime compatible"_s;
+        QTest::newRow("output exists") << u"h264_aac.mkv"_s << true << u"Skipped"_s << u"Skipped — output file already exists"_s;
+        QTest::newRow("not a video") << u"not_video.mkv"_s << false << u"Error"_s << u"This doesn't look like a video file, or it's too damaged to read."_s;
+        QTest::newRow("to be remuxed") << u"hevc_aac.mkv"_s << false << u"Pending"_s << QString();
+    }
+    // clang-format on
+    void earlyVerdicts() {
+        QFETCH(QString, media);
+        QFETCH(bool, outputExists);
+        QFETCH(QString, status);
+        QFETCH(QString, text);
+        const QString source = add(media);
+        if (outputExists) {
+            QFile(folder->filePath(u"h264_aac.mp4"_s)).open(QIODevice::WriteOnly);
+        }
+        const QUuid id = addAndProbe({source}).first();
+        const RemuxItem item = itemAt(id);
+        QCOMPARE(rawValue(item.status), status);
+        QCOMPARE(item.status == ProcessingStatus::skipped ? item.statusMessage : item.error,
+                 text.isNull() ? std::nullopt : std::optional(text));
+        QCOMPARE(item.cachedMediaInfo.has_value(), media != u"not_video.mkv");
+        QVERIFY(!service->isRemuxing());
+    }
+
+    void realRunsCompleteWithOutputsAndSidecars() {
+        const QList<QUuid> ids = addAndProbe({add(u"subtitles.mkv"_s), add(u"hevc_aac.mkv"_s),
+                                              add(u"prores.mov"_s), add(u"no_video.mkv"_s)});
+        service->startBatch();
+        QVERIFY(waitForBatchEnd());
+        for (int i = 0; i < 3; ++i) {
+            const RemuxItem item = itemAt(ids[i]);
+            QCOMPARE(item.status, ProcessingStatus::completed);
+            QVERIFY(item.outputURL && QFileInfo(*item.outputURL).size() > 1000);
+        }
+        QCOMPARE(*itemAt(ids[2]).outputURL, folder->filePath(u"prores.morvane.mov"_s));
+        for (const char* sidecar :
+             {"subtitles.eng.srt", "subtitles.fre.srt", "subtitles.ger.srt"}) {
+            QVERIFY2(QFile::exists(folder->filePath(QString::fromLatin1(sidecar))), sidecar);
+        }
+        QVERIFY(service->inflightOutputs().isEmpty());
+        QTRY_COMPARE(recorder.calls.size(), 1);
+        QCOMPARE(recorder.calls.first().body, u"3 converted, 1 failed"_s);
+    }
+
+    void cachedProbeMeansNoSecondProbe() {
+        const QUuid id = addAndProbe({add(u"h264_aac.mkv"_s)}).first();
+        // From here on ffprobe only records that it was called.
+        const QString bin =
+            TestSupport::installFakeTool(*folder, u"ffprobe"_s, ": > \"$here/probed\"\nexit 1\n");
+        QFile::link(TestSupport::bundledSupportPath() + u"/ffmpeg/bin/ffmpeg"_s,
+                    bin + u"/ffmpeg"_s);
+        service->startBatch();
+        QVERIFY(waitForBatchEnd());
+        QCOMPARE(itemAt(id).status, ProcessingStatus::completed);
+        QVERIFY(!QFile::exists(bin + u"/probed"_s));
+    }
+
+    void twoSourcesOnOneOutputCollide() {
+        QDir().mkpath(folder->filePath(u"a"_s));
+        QDir().mkpath(folder->filePath(u"b"_s));
+        QDir().mkpath(folder->filePath(u"out"_s));
+        const QList<QUuid> ids = addAndProbe(
+            {add(u"h264_aac.mkv"_s, u"a/Clip.mkv"_s), add(u"hevc_aac.mkv"_s, u"b/Clip.mkv"_s)});
+        service->setCustomOutputDirectory(folder->filePath(u"out"_s));
+        service->startBatch();
+        QVERIFY(waitForBatchEnd());
+        QCOMPARE(itemAt(ids[0]).status, ProcessingStatus::completed);
+        QCOMPARE(itemAt(ids[1]).status, ProcessingStatus::failed);
+        QCOMPARE(itemAt(ids[1]).error,
+                 std::optional(u"Output path collision with another queued file: Clip.mp4"_s));
+    }
+
+    void failedRemuxLeavesNothingBehind() {
+        useFakeFfmpeg(u"fail"_s);
+        const QUuid id = addAndProbe({add(u"subtitles.mkv"_s)}).first();
+        service->startBatch();
+        QVERIFY(waitForBatchEnd());
+        const RemuxItem item = itemAt(id);
+        QCOMPARE(item.status, ProcessingStatus::failed);
+        QCOMPARE(item.error, std::optional(u"Could not write header for output file"_s));
+        QCOMPARE(item.outputURL, std::optional(folder->filePath(u"subtitles.mp4"_s)));
+        QVERIFY(fakeLog().contains(u"start subtitles.mp4"_s));
+        QCOMPARE(QDir(folder->path()).entryList(QDir::Files), QStringList({u"subtitles.mkv"_s}));
+    }
+
+    void twoSlotsRefilledInQueueOrder() {
+        useFakeFfmpeg(u"hold"_s);
+        const QList<QUuid> ids =
+            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s),
+                         add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        service->startBatch();
+        // The two children race to their logs; which of them the batch launched is
+        // what counts.
+        QTRY_COMPARE(fakeLog().size(), 2);
+        QCOMPARE(itemAt(ids[0]).status, ProcessingStatus::processing);
+        QCOMPARE(itemAt(ids[1]).status, ProcessingStatus::processing);
+        QCOMPARE(itemAt(ids[2]).status, ProcessingStatus::pending);
+        release(u"b.mp4"_s);
+        QTRY_COMPARE(fakeLog().value(3), u"start c.mp4"_s);
+        QCOMPARE(itemAt(ids[0]).status, ProcessingStatus::processing);
+        release(u"a.mp4"_s);
+        release(u"c.mp4"_s);
+        QVERIFY(waitForBatchEnd());
+        QTRY_COMPARE(recorder.calls.size(), 1);
+        QCOMPARE(recorder.calls.first().body, u"3 converted"_s);
+
+        // Leftovers of the last batch count again in the next one.
+        addAndProbe({add(u"h264_aac.mkv"_s, u"d.mkv"_s)});
+        release(u"d.mp4"_s);
+        service->startBatch();
+        QVERIFY(waitForBatchEnd());
+        QTRY_COMPARE(recorder.calls.size(), 2);
+        QCOMPARE(recorder.calls.last().body, u"4 converted"_s);
+    }
+
+    void filesAddedDuringARunWaitForTails() {
+        useFakeFfmpeg(u"hold"_s);
+        addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s)});
+        service->startBatch();
+        QTRY_COMPARE(fakeLog().size(), 1);
+        addAndProbe({add(u"h264_aac.mkv"_s, u"b.mkv"_s), add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        QTest::qWait(200);
+        QCOMPARE(fakeLog().size(), 1);
+        release(u"a.mp4"_s);
+        QTRY_COMPARE(fakeLog().value(2), u"start b.mp4"_s);
+        QTest::qWait(200);
+        QCOMPARE(fakeLog().size(), 3); // c waits for b's tail
+        release(u"b.mp4"_s);
+        release(u"c.mp4"_s);
+        QVERIFY(waitForBatchEnd());
+        QCOMPARE(fakeLog(), QStringList({u"start a.mp4"_s, u"end a.mp4"_s, u"start b.mp4"_s,
+                                         u"end b.mp4"_s, u"start c.mp4"_s, u"end c.mp4"_s}));
+    }
+
+    void startWithNothingToDo() {
+        QSignalSpy remuxing(service.get(), &RemuxService::isRemuxingChanged);
+        service->startBatch();
+        QCOMPARE(remuxing.size(), 0);
+        addAndProbe({add(u"no_video.mkv"_s)});
+        service->startBatch();
+        QCOMPARE(remuxing.size(), 2);
+        QVERIFY(!service->isRemuxing());
+        QTest::qWait(200);
+        QCOMPARE(recorder.calls.size(), 0);
+    }
+
+    void cancellingARunCleansUpBeforeTheNextStarts() {
+        useFakeFfmpeg(u"hold"_s);
+        const QList<QUuid> ids =
+            addAndProbe({add(u"subtitles.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s),
+                         add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        service->startBatch();
+        QTRY_COMPARE(fakeLog().size(), 2);
+        QVERIFY(QFile::exists(folder->filePath(u"a.eng.srt"_s)));
+        service->cancelItem(ids[0]);
+        const RemuxItem cancelled = itemAt(ids[0]);
+        QCOMPARE(cancelled.status, ProcessingStatus::failed);
+        QCOMPARE(cancelled.error, std::optional(u"Cancelled"_s));
+        QVERIFY(!service->activeTaskIds().contains(ids[0]));
+        QTRY_COMPARE(fakeLog().value(3), u"start c.mp4"_s);
+        QCOMPARE(fakeLog().value(2), u"term a.mp4"_s);
+        QVERIFY(!QFile::exists(folder->filePath(u"a.mp4"_s)));
+        QCOMPARE(QDir(folder->path()).entryList({u"*.srt"_s}), QStringList());
+
+        // Cancelling the last runs ends the batch at once, with no notification.
+        service->cancelItem(ids[1]);
+        QVERIFY(service->isRemuxing());
+        service->cancelItem(ids[2]);
+        QVERIFY(!service->isRemuxing());
+        QTRY_COMPARE(fakeLog().size(), 6);
+        QTest::qWait(200);
+        QCOMPARE(recorder.calls.size(), 0);
+        QCOMPARE(QDir(folder->path()).entryList(QDir::Files).size(), 3);
+    }
+
+    void removingARunningItemStillDeletesItsFiles() {
+        useFakeFfmpeg(u"hold"_s);
+        const QList<QUuid> ids =
+            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s)});
+        service->startBatch();
+        QTRY_COMPARE(fakeLog().size(), 2);
+        service->removeItems({ids[0], ids[1]});
+        QVERIFY(service->items().isEmpty());
+        QVERIFY(!service->isRemuxing());
+        QTRY_COMPARE(fakeLog().size(), 4);
+        QTRY_COMPARE(QDir(folder->path()).entryList(QDir::Files),
+                     QStringList({u"a.mkv"_s, u"b.mkv"_s}));
+    }
+
+    void cancelAllFailsPendingItemsToo() {
+        useFakeFfmpeg(u"hold"_s);
+        const QList<QUuid> ids =
+            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s),
+                         add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        service->startBatch();
+        QTRY_COMPARE(fakeLog().size(), 2);
+        service->cancelAll();
+        QVERIFY(!service->isRemuxing());
+        for (const QUuid& id : ids) {
+            QCOMPARE(itemAt(id).error, std::optional(u"Cancelled"_s));
+        }
+        QTRY_COMPARE(fakeLog().size(), 4);
+        QTest::qWait(200);
+        QCOMPARE(recorder.calls.size(), 0);
+        QCOMPARE(fakeLog().filter(u"start"_s).size(), 2);
+    }
+
+    // A retry launched while the cancelled run still winds down: the new run waits
+    // for the old one, keeps its slot, and neither collides nor skips.
+    void retryDuringWindDownIsToldApart() {
+        useFakeFfmpeg(u"hold"_s);
+        const QUuid id = addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s)}).first();
+        service->startBatch();
+        QTRY_COMPARE(fakeLog().size(), 1);
+        service->cancelItem(id);
+        service->retryItem(id);
+        QCOMPARE(itemAt(id).status, ProcessingStatus::processing);
+        QTRY_COMPARE(fakeLog().size(), 3);
+        QCOMPARE(fakeLog(), QStringList({u"start a.mp4"_s, u"term a.mp4"_s, u"start a.mp4"_s}));
+        QVERIFY(service->activeTaskIds().contains(id));
+        release(u"a.mp4"_s);
+        QVERIFY(waitForBatchEnd());
+        QCOMPARE(itemAt(id).status, ProcessingStatus::completed);
+    }
+
+    void retryAndClearOperations() {
+        const QList<QUuid> ids =
+            addAndProbe({add(u"no_video.mkv"_s), add(u"h264_aac.mp4"_s), add(u"hevc_aac.mkv"_s)});
+        // Pending item cancelled with no batch: failed, then Retry Failed brings it back.
+        service->cancelItem(ids[2]);
+        QCOMPARE(itemAt(ids[2]).error, std::optional(u"Cancelled"_s));
+        QVERIFY(!service->isRemuxing());
+        // A skipped item can't be retried; a failed one is reset whole.
+        service->retryItem(ids[1]);
+        QCOMPARE(itemAt(ids[1]).status, ProcessingStatus::skipped);
+        service->retryFailed();
+        QVERIFY(service->isRemuxing());
+        QVERIFY(waitForBatchEnd());
+        // The early rejection comes again from the run, in the same words.
+        QCOMPARE(itemAt(ids[0]).error, std::optional(u"No video stream found"_s));
+        QCOMPARE(itemAt(ids[2]).status, ProcessingStatus::completed);
+        service->clearCompleted();
+        QCOMPARE(service->items().size(), 1);
+        QCOMPARE(service->items().first().id, ids[0]);
+        service->clearAll();
+        QVERIFY(service->items().isEmpty());
+        QVERIFY(QFile::exists(folder->filePath(u"hevc_aac.mp4"_s))); // finished output stays
+    }
+
+    void progressReachesAnItemAtMostTenTimesASecond() {
+        ProgressThrottle throttle;
+        QList<bool> admitted;
+        for (double t : {100.0, 100.05, 100.15, 100.2, 100.3}) {
+            admitted.append(throttle.admit(t));
+        }
+        QCOMPARE(admitted, QList<bool>({true, false, true, false, true}));
+
+        useFakeFfmpeg(u"chatty"_s);
+        const QUuid id = addAndProbe({add(u"h264_aac.mkv"_s)}).first();
+        QList<double> seen;
+        const QObject listening; // the connection ends with this test
+        connect(service.get(), &RemuxService::itemChanged, &listening, [&](const QUuid& changed) {
+            const double progress = itemAt(changed).progress;
+            if (changed == id && (seen.isEmpty() || seen.last() != progress)) {
+                seen.append(progress);
+            }
+        });
+        QElapsedTimer clock;
+        clock.start();
+        service->startBatch();
+        QVERIFY(waitForBatchEnd());
+        const double seconds = clock.elapsed() / 1000.0;
+        QVERIFY2(seen.size() >= 3, qPrintable(QString::number(seen.size())));
+        QVERIFY2(seen.size() <= int(seconds * 10) + 2,
+                 qPrintable(u"%1 updates in %2 s"_s.arg(seen.size()).arg(seconds)));
+    }
+};
+
+QTEST_GUILESS_MAIN(RemuxServiceTest)
+#include "tst_RemuxService.moc"
