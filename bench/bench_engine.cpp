@@ -1,0 +1,203 @@
+// Figures of the queue engine, printed as "name,value" lines:
+// - the longest stall of the main thread's event loop during a batch of two remuxes
+//   of a large file, with progress;
+// - the time to append 10,000 files to a queue that holds 10,000, and the heap the
+//   engine holds for 20,000 items;
+// - what a run whose probe is cached adds, from Start to completed, to the bare
+//   ffmpeg time of the same command (medians of alternating runs).
+
+#include "async/BackgroundTask.h"
+#include "async/Blocking.h"
+#include "engine/RemuxService.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTimer>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <malloc.h>
+#include <spawn.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+extern char** environ;
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+size_t heapInUse() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// Spins the event loop until the batch has ended.
+void waitForBatchEnd(RemuxService& service) {
+    while (service.isRemuxing()) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    }
+}
+
+QList<QUuid> addAndProbe(RemuxService& service, const QStringList& files) {
+    const QList<QUuid> ids = service.appendItems(files);
+    service.probeItems(ids);
+    for (const QUuid& id : ids) {
+        while (!service.item(id)->cachedMediaInfo) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+        }
+    }
+    return ids;
+}
+
+double largestStallDuringBatch(const QString& big, const QString& work) {
+    const QString second = work + u"/second.mkv"_s;
+    QFile::remove(second);
+    ::link(QFile::encodeName(big).constData(), QFile::encodeName(second).constData());
+    RemuxService service;
+    service.setCustomOutputDirectory(work);
+    addAndProbe(service, {big, second});
+    QFile::remove(work + u"/big_h264_aac.mp4"_s);
+    QFile::remove(work + u"/second.mp4"_s);
+
+    QElapsedTimer clock;
+    qint64 last = 0;
+    qint64 worst = 0;
+    QTimer ticker;
+    ticker.setTimerType(Qt::PreciseTimer);
+    ticker.setInterval(5);
+    QObject::connect(&ticker, &QTimer::timeout, [&] {
+        const qint64 now = clock.nsecsElapsed();
+        worst = std::max(worst, now - last - 5'000'000);
+        last = now;
+    });
+    clock.start();
+    ticker.start();
+    service.startBatch();
+    waitForBatchEnd(service);
+    ticker.stop();
+    for (const RemuxItem& item : service.items()) {
+        if (item.status != ProcessingStatus::completed) {
+            std::fprintf(stderr, "batch item did not complete: %s\n",
+                         qPrintable(item.error.value_or(u"?"_s)));
+        }
+    }
+    QFile::remove(work + u"/big_h264_aac.mp4"_s);
+    QFile::remove(work + u"/second.mp4"_s);
+    QFile::remove(second);
+    return double(worst) / 1e6;
+}
+
+void appendFigures(const QString& work) {
+    const QString dir = work + u"/many"_s;
+    QDir().mkpath(dir);
+    QStringList first;
+    QStringList second;
+    for (int i = 0; i < 20000; ++i) {
+        const QString path = dir + u"/clip-%1.mkv"_s.arg(i, 5, 10, QLatin1Char('0'));
+        QFile(path).open(QIODevice::WriteOnly);
+        (i < 10000 ? first : second).append(path);
+    }
+    const size_t before = heapInUse();
+    {
+        RemuxService service;
+        service.appendItems(first);
+        QElapsedTimer clock;
+        clock.start();
+        service.appendItems(second);
+        const double ms = clock.nsecsElapsed() / 1e6;
+        std::printf("append_10k_to_10k_ms,%.1f\n", ms);
+        std::printf("engine_heap_20k_items_mib,%.2f\n", double(heapInUse() - before) / 1048576.0);
+    }
+    QDir(dir).removeRecursively();
+}
+
+void runBare(const QStringList& arguments) {
+    std::vector<std::string> args{FFmpegService::ffmpegPath().toStdString()};
+    for (const QString& a : arguments) {
+        args.push_back(a.toStdString());
+    }
+    std::vector<char*> argv;
+    for (std::string& a : args) {
+        argv.push_back(a.data());
+    }
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    pid_t pid = 0;
+    posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    waitpid(pid, &status, 0);
+}
+
+void startToCompletedFigures(const QString& media, const QString& work) {
+    RemuxService service;
+    service.setCustomOutputDirectory(work);
+    const QString output = work + u"/"_s + QFileInfo(media).completeBaseName() + u".mp4"_s;
+    std::vector<double> engine;
+    std::vector<double> bare;
+    for (int run = 0; run < 11; ++run) {
+        QFile::remove(output);
+        const QUuid id = addAndProbe(service, {media}).first();
+        const QStringList arguments =
+            FFmpegService::remuxArguments(media, output, *service.item(id)->cachedMediaInfo);
+        QElapsedTimer clock;
+        const auto timeEngine = [&] {
+            clock.start();
+            service.startBatch();
+            waitForBatchEnd(service);
+            engine.push_back(clock.nsecsElapsed() / 1e6);
+            QFile::remove(output);
+        };
+        const auto timeBare = [&] {
+            clock.start();
+            runBare(arguments);
+            bare.push_back(clock.nsecsElapsed() / 1e6);
+            QFile::remove(output);
+        };
+        if (run % 2 == 0) {
+            timeEngine();
+            timeBare();
+        } else {
+            timeBare();
+            timeEngine();
+        }
+        service.removeItem(id);
+    }
+    std::printf("start_to_completed_ms,%.2f\n", median(engine));
+    std::printf("bare_ffmpeg_ms,%.2f\n", median(bare));
+    std::printf("start_to_completed_added_ms,%.2f\n", median(engine) - median(bare));
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    if (argc < 4) {
+        std::fprintf(stderr, "usage: bench_engine BIG_MKV SMALL_MKV WORK_DIR\n");
+        return 2;
+    }
+    const QString big = QString::fromLocal8Bit(argv[1]);
+    const QString small = QString::fromLocal8Bit(argv[2]);
+    const QString work = QString::fromLocal8Bit(argv[3]);
+    QDir().mkpath(work);
+    std::printf("main_thread_worst_stall_ms,%.2f\n", largestStallDuringBatch(big, work));
+    appendFigures(work);
+    startToCompletedFigures(small, work);
+    return 0;
+}
