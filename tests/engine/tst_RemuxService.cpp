@@ -379,6 +379,69 @@ private Q_SLOTS:
         QVERIFY(QFile::exists(folder->filePath(u"hevc_aac.mp4"_s))); // finished output stays
     }
 
+    void retryWithNoBatchStartsOneForEveryPendingItem() {
+        useFakeFfmpeg(u"hold"_s);
+        const QList<QUuid> ids =
+            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s)});
+        service->cancelItem(ids[0]);
+        service->retryItem(ids[0]);
+        QVERIFY(service->isRemuxing());
+        QCOMPARE(itemAt(ids[0]).status, ProcessingStatus::processing);
+        QCOMPARE(itemAt(ids[1]).status, ProcessingStatus::processing);
+        release(u"a.mp4"_s);
+        release(u"b.mp4"_s);
+        QVERIFY(waitForBatchEnd());
+    }
+
+    void retryWhileTwoRunWaitsForATail() {
+        useFakeFfmpeg(u"hold"_s);
+        const QList<QUuid> ids =
+            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s),
+                         add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        service->cancelItem(ids[2]);
+        service->startBatch();
+        service->retryItem(ids[2]);
+        QCOMPARE(itemAt(ids[2]).status, ProcessingStatus::pending);
+        release(u"a.mp4"_s);
+        QTRY_COMPARE(itemAt(ids[2]).status, ProcessingStatus::processing);
+        release(u"b.mp4"_s);
+        release(u"c.mp4"_s);
+        QVERIFY(waitForBatchEnd());
+    }
+
+    void retryFailedWithoutFailuresStillStartsABatch() {
+        useFakeFfmpeg(u"hold"_s);
+        const QUuid skipped = addAndProbe({add(u"h264_aac.mp4"_s)}).first();
+        QSignalSpy remuxing(service.get(), &RemuxService::isRemuxingChanged);
+        service->retryFailed(); // nothing pending, nothing failed: on and off again
+        QCOMPARE(remuxing.size(), 2);
+        QCOMPARE(itemAt(skipped).status, ProcessingStatus::skipped);
+        const QUuid pending = addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s)}).first();
+        service->retryFailed();
+        QCOMPARE(itemAt(pending).status, ProcessingStatus::processing);
+        release(u"a.mp4"_s);
+        QVERIFY(waitForBatchEnd());
+    }
+
+    void clearCompletedDuringABatchLeavesTheRestAndTheTally() {
+        useFakeFfmpeg(u"hold"_s);
+        addAndProbe({add(u"h264_aac.mp4"_s)}); // skipped early
+        const QList<QUuid> ids =
+            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s),
+                         add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        service->startBatch();
+        release(u"a.mp4"_s);
+        QTRY_COMPARE(itemAt(ids[0]).status, ProcessingStatus::completed);
+        service->clearCompleted();
+        QCOMPARE(service->items().size(), 2);
+        QCOMPARE(itemAt(ids[1]).status, ProcessingStatus::processing);
+        release(u"b.mp4"_s);
+        release(u"c.mp4"_s);
+        QVERIFY(waitForBatchEnd());
+        QTRY_COMPARE(recorder.calls.size(), 1);
+        QCOMPARE(recorder.calls.first().body, u"2 converted"_s);
+    }
+
     void progressReachesAnItemAtMostTenTimesASecond() {
         ProgressThrottle throttle;
         QList<bool> admitted;
