@@ -14,11 +14,16 @@ namespace {
 // Stands in for ffmpeg where timing matters. Sidecar runs write SubRip files;
 // remux runs write a partial output, log "start"/"end"/"term" with the output's
 // name, and behave as the file "mode" says: fail, hold (until "release-<name>"
-// exists), chatty (100 progress lines over a second), or finish at once.
+// exists), chatty (100 progress lines over a second), or finish at once. In mode
+// slowsrt the sidecar run writes its files and then waits to be stopped.
 const QByteArray fakeFfmpeg = R"SH(for last; do :; done
 case " $* " in
   *" srt "*)
     for a in "$@"; do case "$a" in *.srt) printf '1\n00:00:00,000 --> 00:00:01,000\nx\n\n' > "$a";; esac; done
+    if [ "$(cat "$here/mode" 2>/dev/null)" = slowsrt ]; then
+      echo "extracting" >> "$here/log"
+      trap 'kill $p 2>/dev/null; exit 255' TERM; sleep 30 & p=$!; wait $p
+    fi
     exit 0;;
 esac
 name=$(basename "$last")
@@ -303,6 +308,19 @@ private Q_SLOTS:
         QTest::qWait(200);
         QCOMPARE(recorder.calls.size(), 0);
         QCOMPARE(QDir(folder->path()).entryList(QDir::Files).size(), 3);
+    }
+
+    void sidecarsOfACutShortExtractionAreDeleted() {
+        useFakeFfmpeg(u"slowsrt"_s);
+        const QUuid id = addAndProbe({add(u"subtitles.mkv"_s)}).first();
+        service->startBatch();
+        QTRY_COMPARE(fakeLog(), QStringList({u"extracting"_s}));
+        QCOMPARE(QDir(folder->path()).entryList({u"*.srt"_s}).size(), 3);
+        service->cancelItem(id);
+        QVERIFY(!service->isRemuxing());
+        QTRY_COMPARE(QDir(folder->path()).entryList({u"*.srt"_s}), QStringList());
+        QTRY_VERIFY(service->inflightOutputs().isEmpty());
+        QCOMPARE(QDir(folder->path()).entryList(QDir::Files), QStringList({u"subtitles.mkv"_s}));
     }
 
     void removingARunningItemStillDeletesItsFiles() {
