@@ -15,7 +15,8 @@ namespace {
 // remux runs write a partial output, log "start"/"end"/"term" with the output's
 // name, and behave as the file "mode" says: fail, hold (until "release-<name>"
 // exists), chatty (100 progress lines over a second), or finish at once. In mode
-// slowsrt the sidecar run writes its files and then waits to be stopped.
+// slowsrt the sidecar run writes its files and then waits to be stopped; in mode
+// stubborn the remux ignores SIGTERM until released.
 const QByteArray fakeFfmpeg = R"SH(for last; do :; done
 case " $* " in
   *" srt "*)
@@ -33,6 +34,7 @@ trap 'kill $p 2>/dev/null; echo "term $name" >> "$here/log"; exit 255' TERM
 case "$(cat "$here/mode" 2>/dev/null)" in
   fail) echo "[mp4 @ 0x1] Could not write header for output file" >&2; exit 1;;
   hold) while [ ! -e "$here/release-$name" ]; do sleep 0.02 & p=$!; wait $p; done;;
+  stubborn) trap '' TERM; while [ ! -e "$here/release-$name" ]; do sleep 0.02; done; echo "end $name" >> "$here/log"; exit 1;;
   chatty) i=0; while [ $i -lt 100 ]; do printf 'time=00:00:00.%02d \r' $i >&2; sleep 0.01 & p=$!; wait $p; i=$((i+1)); done;;
 esac
 echo "end $name" >> "$here/log"
@@ -321,6 +323,25 @@ private Q_SLOTS:
         QTRY_COMPARE(QDir(folder->path()).entryList({u"*.srt"_s}), QStringList());
         QTRY_VERIFY(service->inflightOutputs().isEmpty());
         QCOMPARE(QDir(folder->path()).entryList(QDir::Files), QStringList({u"subtitles.mkv"_s}));
+    }
+
+    void aChildIgnoringSigtermKeepsNoSlot() {
+        useFakeFfmpeg(u"stubborn"_s);
+        const QList<QUuid> ids =
+            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s),
+                         add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        service->startBatch();
+        QTRY_COMPARE(fakeLog().size(), 2);
+        service->cancelItem(ids[0]);
+        QCOMPARE(service->activeTaskIds().size(), 1);
+        release(u"b.mp4"_s);
+        QTRY_COMPARE(itemAt(ids[2]).status, ProcessingStatus::processing);
+        QVERIFY(QFile::exists(folder->filePath(u"a.mp4"_s))); // a's run is still alive
+        release(u"a.mp4"_s);
+        QTRY_VERIFY(!QFile::exists(folder->filePath(u"a.mp4"_s)));
+        QCOMPARE(itemAt(ids[0]).error, std::optional(u"Cancelled"_s));
+        release(u"c.mp4"_s);
+        QVERIFY(waitForBatchEnd());
     }
 
     void removingARunningItemStillDeletesItsFiles() {
