@@ -6,6 +6,7 @@
 // - what a run whose probe is cached adds, from Start to completed, to the bare
 //   ffmpeg time of the same command (medians of alternating runs).
 
+#include "BenchSupport.h"
 #include "async/BackgroundTask.h"
 #include "async/Blocking.h"
 #include "engine/RemuxService.h"
@@ -16,32 +17,12 @@
 #include <QFile>
 #include <QTimer>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <fcntl.h>
-#include <malloc.h>
-#include <spawn.h>
-#include <string>
-#include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
-
-extern char** environ;
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-size_t heapInUse() {
-    const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
 // Spins the event loop until the batch has ended.
 void waitForBatchEnd(RemuxService& service) {
@@ -109,7 +90,7 @@ void appendFigures(const QString& work) {
         QFile(path).open(QIODevice::WriteOnly);
         (i < 10000 ? first : second).append(path);
     }
-    const size_t before = heapInUse();
+    const size_t before = Bench::heapInUse();
     {
         RemuxService service;
         service.appendItems(first);
@@ -118,31 +99,10 @@ void appendFigures(const QString& work) {
         service.appendItems(second);
         const double ms = clock.nsecsElapsed() / 1e6;
         std::printf("append_10k_to_10k_ms,%.1f\n", ms);
-        std::printf("engine_heap_20k_items_mib,%.2f\n", double(heapInUse() - before) / 1048576.0);
+        std::printf("engine_heap_20k_items_mib,%.2f\n",
+                    double(Bench::heapInUse() - before) / 1048576.0);
     }
     QDir(dir).removeRecursively();
-}
-
-void runBare(const QStringList& arguments) {
-    std::vector<std::string> args{FFmpegService::ffmpegPath().toStdString()};
-    for (const QString& a : arguments) {
-        args.push_back(a.toStdString());
-    }
-    std::vector<char*> argv;
-    for (std::string& a : args) {
-        argv.push_back(a.data());
-    }
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    pid_t pid = 0;
-    posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    waitpid(pid, &status, 0);
 }
 
 void startToCompletedFigures(const QString& media, const QString& work) {
@@ -166,7 +126,7 @@ void startToCompletedFigures(const QString& media, const QString& work) {
         };
         const auto timeBare = [&] {
             clock.start();
-            runBare(arguments);
+            Bench::runQuietly(FFmpegService::ffmpegPath(), arguments);
             bare.push_back(clock.nsecsElapsed() / 1e6);
             QFile::remove(output);
         };
@@ -179,9 +139,9 @@ void startToCompletedFigures(const QString& media, const QString& work) {
         }
         service.removeItem(id);
     }
-    std::printf("start_to_completed_ms,%.2f\n", median(engine));
-    std::printf("bare_ffmpeg_ms,%.2f\n", median(bare));
-    std::printf("start_to_completed_added_ms,%.2f\n", median(engine) - median(bare));
+    std::printf("start_to_completed_ms,%.2f\n", Bench::median(engine));
+    std::printf("bare_ffmpeg_ms,%.2f\n", Bench::median(bare));
+    std::printf("start_to_completed_added_ms,%.2f\n", Bench::median(engine) - Bench::median(bare));
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 //   aren't text and 50 MB of progress lines;
 // - remux() of a real file, when one is given.
 
+#include "BenchSupport.h"
 #include "async/Blocking.h"
 #include "tools/FFmpegService.h"
 
@@ -17,7 +18,6 @@
 #include <chrono>
 #include <cstdio>
 #include <fcntl.h>
-#include <malloc.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -25,11 +25,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-size_t heapInUse() {
-    const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
-}
 
 long maxResidentKiB() {
     rusage usage{};
@@ -52,10 +47,11 @@ int pipeCapacity() {
 // keeps the highest figure above the starting point.
 class HeapPeak {
 public:
-    explicit HeapPeak(QString marker = {}) : marker_(std::move(marker)), baseline_(heapInUse()) {
+    explicit HeapPeak(QString marker = {})
+        : marker_(std::move(marker)), baseline_(Bench::heapInUse()) {
         sampler_ = std::thread([this] {
             while (running_ && (marker_.isEmpty() || !QFile::exists(marker_))) {
-                const size_t now = heapInUse();
+                const size_t now = Bench::heapInUse();
                 if (now > peak_) {
                     peak_ = now;
                 }

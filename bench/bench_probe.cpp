@@ -1,6 +1,7 @@
 // probe(url) beside a bare ffprobe run with the same eleven arguments: the
 // difference is what the probe adds (launch through QProcess, JSON, parsing).
 
+#include "BenchSupport.h"
 #include "async/Blocking.h"
 #include "tools/FFmpegService.h"
 
@@ -56,13 +57,6 @@ void runBare(const std::string& tool) {
     benchmark::DoNotOptimize(json);
 }
 
-double millisecondsOf(const auto& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
-        .count();
-}
-
 // Each iteration runs both, in alternating order, so that drift in the machine's
 // load falls on both alike; the counters are per-iteration averages.
 void BM_ProbeVsBare(benchmark::State& state) {
@@ -78,11 +72,11 @@ void BM_ProbeVsBare(benchmark::State& state) {
     bool bareFirst = true;
     for (auto _ : state) {
         if (bareFirst) {
-            bareTotal += millisecondsOf(bare);
-            probeTotal += millisecondsOf(probe);
+            bareTotal += Bench::millisecondsOf(bare);
+            probeTotal += Bench::millisecondsOf(probe);
         } else {
-            probeTotal += millisecondsOf(probe);
-            bareTotal += millisecondsOf(bare);
+            probeTotal += Bench::millisecondsOf(probe);
+            bareTotal += Bench::millisecondsOf(bare);
         }
         bareFirst = !bareFirst;
     }
