@@ -39,6 +39,17 @@ public Q_SLOTS:
     }
 };
 
+// Stands in for the desktop's file manager: records the items it is asked to show.
+class FileManagerRecorder final : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
+public:
+    QList<QStringList> shown;
+
+public Q_SLOTS:
+    void ShowItems(const QStringList& uris, const QString& /*startupId*/) { shown.append(uris); }
+};
+
 class DBusSession {
 public:
     // Starts the bus and points this process's session bus at it.
@@ -64,6 +75,13 @@ public:
                service.registerService(QStringLiteral("org.freedesktop.Notifications"));
     }
 
+    bool registerFileManager(FileManagerRecorder* recorder) {
+        QDBusConnection service = QDBusConnection::connectToBus(address_, QStringLiteral("files"));
+        return service.registerObject(QStringLiteral("/org/freedesktop/FileManager1"), recorder,
+                                      QDBusConnection::ExportAllSlots) &&
+               service.registerService(QStringLiteral("org.freedesktop.FileManager1"));
+    }
+
     void unregisterRecorder() {
         QDBusConnection service(QStringLiteral("recorder"));
         service.unregisterService(QStringLiteral("org.freedesktop.Notifications"));
@@ -72,6 +90,7 @@ public:
 
     ~DBusSession() {
         QDBusConnection::disconnectFromBus(QStringLiteral("recorder"));
+        QDBusConnection::disconnectFromBus(QStringLiteral("files"));
         daemon_.kill();
         daemon_.waitForFinished(2000);
     }

@@ -16,6 +16,7 @@
 #include <QObject>
 #include <QSet>
 #include <QString>
+#include <QUrl>
 #include <QUuid>
 
 #include <functional>
@@ -46,6 +47,16 @@ public:
 
     // Queue state.
     QList<QUuid> appendItems(const QStringList& urls);
+
+    // Intake: every way into the queue ends in addFiles(). Files and folders are
+    // sorted, folders walked, new items probed at once, and what was left out shows
+    // as the feedback text, which clears itself after feedbackDuration() seconds.
+    void handleDrop(const QList<QUrl>& providers);
+    void addFiles(const QStringList& urls, int unsupportedCount);
+    static constexpr double defaultFeedbackDuration = 4.0;
+    double feedbackDuration() const { return feedbackDuration_; }
+    // Tests shorten the wait; the application keeps the default.
+    void setFeedbackDuration(double seconds) { feedbackDuration_ = seconds; }
     std::optional<RemuxItem> item(const QUuid& id) const;
 
     // Batch scheduling.
@@ -114,6 +125,7 @@ private:
 
     QCoro::Task<> runItem(QUuid id, QString url, std::optional<MediaInfo> cachedInfo, quint64 run,
                           std::stop_token stop);
+    QCoro::Task<> clearFeedbackLater(QString text, double seconds, std::stop_token stop);
     QCoro::Task<> probeAll(QList<std::pair<QUuid, QString>> pairs, std::stop_token stop);
 
     QList<RemuxItem> items_;
@@ -132,6 +144,7 @@ private:
     QHash<QUuid, QString> keyOf_;
     quint64 nextRun_ = 0;
     bool shuttingDown_ = false;
+    double feedbackDuration_ = defaultFeedbackDuration;
     // Tasks nobody else holds (probe batches): kept so the destructor can end them.
     std::vector<Async::BackgroundTask> owned_;
 };
