@@ -86,6 +86,13 @@ void NotificationAgent::postBatchComplete(int converted, int skipped, int failed
     posts_.push_back(Async::start(&NotificationAgent::postRequest, this, request));
 }
 
+QCoro::Task<> NotificationAgent::finishPosting() {
+    const std::vector<Async::BackgroundTask> posts = posts_;
+    for (const Async::BackgroundTask& post : posts) {
+        co_await post.finished();
+    }
+}
+
 QCoro::Task<> NotificationAgent::postRequest(Request request, std::stop_token stop) {
     if (stop.stop_requested()) {
         co_return;

@@ -35,6 +35,8 @@ public:
     // all when every count is zero. Returns at once; the post goes on in the background.
     void postBatchComplete(int converted, int skipped, int failed);
     QCoro::Task<> postRequest(Request request, std::stop_token stop = {});
+    // Completes when every post handed over so far has reached the service (or failed).
+    QCoro::Task<> finishPosting();
 
 private:
     std::vector<Async::BackgroundTask> posts_;

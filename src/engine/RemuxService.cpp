@@ -244,7 +244,9 @@ void RemuxService::scheduleNext() {
         return;
     }
     setIsRemuxing(false);
-    notifier_->postBatchComplete(converted, skipped, failed);
+    if (postsNotification_) {
+        notifier_->postBatchComplete(converted, skipped, failed);
+    }
 }
 
 // Cancellation, retry and removal ----------------------------------------------

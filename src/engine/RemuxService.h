@@ -44,6 +44,9 @@ public:
     QList<QUuid> activeTaskIds() const { return activeTasks_.keys(); }
     const QSet<QString>& inflightOutputs() const { return inflightOutputs_; }
     NotificationAgent& notifier() { return *notifier_; }
+    // Whether the end of a batch posts the desktop notification; the window always
+    // does, the command line only when asked.
+    void setPostsNotification(bool posts) { postsNotification_ = posts; }
 
     // Queue state.
     QList<QUuid> appendItems(const QStringList& urls);
@@ -145,6 +148,7 @@ private:
     quint64 nextRun_ = 0;
     bool shuttingDown_ = false;
     double feedbackDuration_ = defaultFeedbackDuration;
+    bool postsNotification_ = true;
     // Tasks nobody else holds (probe batches): kept so the destructor can end them.
     std::vector<Async::BackgroundTask> owned_;
 };

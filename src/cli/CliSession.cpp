@@ -1,0 +1,283 @@
+#include "CliSession.h"
+
+#include "async/Blocking.h"
+#include "model/FilePath.h"
+#include "tools/FFmpegService.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <csignal>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Signals are turned into a byte on a pipe, read by the event loop.
+int signalPipe[2] = {-1, -1};
+
+extern "C" void onSignal(int) {
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
+}
+
+bool isFinal(ProcessingStatus status) {
+    return status == ProcessingStatus::completed || status == ProcessingStatus::failed ||
+           status == ProcessingStatus::skipped;
+}
+
+} // namespace
+
+CliSession::CliSession(Options options)
+    : options_(std::move(options)), service_(std::make_unique<RemuxService>()) {
+    service_->setCustomOutputDirectory(options_.outputDirectory);
+    service_->setPostsNotification(options_.notify);
+    progressOnTerminal_ = !options_.json && ::isatty(STDOUT_FILENO);
+
+    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) == 0) {
+        signalNotifier_ = std::make_unique<QSocketNotifier>(signalPipe[0], QSocketNotifier::Read);
+        connect(signalNotifier_.get(), &QSocketNotifier::activated, this, [this] {
+            char byte;
+            while (::read(signalPipe[0], &byte, 1) > 0) {
+            }
+            interrupt();
+        });
+        struct sigaction action {};
+        action.sa_handler = onSignal;
+        sigemptyset(&action.sa_mask);
+        action.sa_flags = SA_RESTART;
+        ::sigaction(SIGINT, &action, nullptr);
+        ::sigaction(SIGTERM, &action, nullptr);
+    }
+}
+
+CliSession::~CliSession() = default;
+
+void CliSession::emitEvent(const QJsonObject& event) const {
+    std::printf("%s\n", QJsonDocument(event).toJson(QJsonDocument::Compact).constData());
+    std::fflush(stdout);
+}
+
+QJsonObject CliSession::itemEvent(const QString& name, const RemuxItem& item) const {
+    QJsonObject event{{u"event"_s, name},
+                      {u"id"_s, item.id.toString(QUuid::WithoutBraces)},
+                      {u"path"_s, item.url},
+                      {u"status"_s, rawValue(item.status)}};
+    if (item.outputURL) {
+        event.insert(u"output"_s, *item.outputURL);
+    }
+    if (item.error) {
+        event.insert(u"error"_s, *item.error);
+    }
+    if (item.statusMessage) {
+        event.insert(u"statusMessage"_s, *item.statusMessage);
+    }
+    return event;
+}
+
+// "Completed  Clip.mkv  Clip.mp4": the status word, the file, then the output name,
+// the note or the error.
+void CliSession::reportLine(const RemuxItem& item) const {
+    QString detail;
+    if (item.status == ProcessingStatus::failed) {
+        detail = item.error.value_or(QString());
+    } else if (item.status == ProcessingStatus::skipped) {
+        detail = item.statusMessage.value_or(QString());
+    } else {
+        const QString output = item.outputURL.value_or(service_->outputURL(item));
+        detail = u"→ "_s + FilePath::lastPathComponent(output);
+        if (item.statusMessage) {
+            detail += u" ("_s + *item.statusMessage + u')';
+        }
+    }
+    if (progressOnTerminal_) {
+        std::printf("\r\033[K");
+    }
+    std::printf("%-9s  %s  %s\n", qUtf8Printable(rawValue(item.status)),
+                qUtf8Printable(FilePath::lastPathComponent(item.url)), qUtf8Printable(detail));
+    std::fflush(stdout);
+}
+
+void CliSession::reportDone(const RemuxItem& item) {
+    if (reported_.contains(item.id)) {
+        return;
+    }
+    reported_.insert(item.id);
+    if (options_.json) {
+        emitEvent(itemEvent(u"done"_s, item));
+    } else {
+        reportLine(item);
+    }
+}
+
+// One line for the running items, redrawn in place.
+void CliSession::drawProgress() const {
+    QStringList parts;
+    for (const RemuxItem& item : service_->items()) {
+        if (item.status == ProcessingStatus::processing) {
+            parts.append(u"%1 %2%"_s.arg(FilePath::lastPathComponent(item.url))
+                             .arg(int(item.progress * 100)));
+        }
+    }
+    std::printf("\r\033[K%s", qUtf8Printable(parts.join(u"   "_s)));
+    std::fflush(stdout);
+}
+
+bool CliSession::settledEarly() const {
+    for (const RemuxItem& item : service_->items()) {
+        if (item.status == ProcessingStatus::pending && !item.cachedMediaInfo) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void CliSession::interrupt() {
+    interrupted_ = true;
+    service_->cancelAll();
+}
+
+int CliSession::run(const QStringList& paths) {
+    try {
+        FFmpegService::verifyTools();
+    } catch (const FFmpegError& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return usageExit;
+    }
+
+    connect(service_.get(), &RemuxService::itemsInserted, this,
+            [this](qsizetype first, qsizetype last) {
+                if (options_.json) {
+                    for (qsizetype i = first; i <= last; ++i) {
+                        emitEvent(itemEvent(u"added"_s, service_->items().at(i)));
+                    }
+                }
+            });
+    service_->addFiles(paths, 0);
+    const std::optional<QString> feedback = service_->dropFeedbackMessage();
+    if (feedback) {
+        if (options_.json) {
+            emitEvent({{u"event"_s, u"feedback"_s}, {u"message"_s, *feedback}});
+        } else {
+            std::fprintf(stderr, "%s\n", qUtf8Printable(*feedback));
+        }
+    }
+
+    QEventLoop loop;
+    const auto quitWhen = [&](auto condition) {
+        const QMetaObject::Connection changed =
+            connect(service_.get(), &RemuxService::itemChanged, &loop, [&] {
+                if (condition()) {
+                    loop.quit();
+                }
+            });
+        const QMetaObject::Connection stopped =
+            connect(signalNotifier_.get(), &QSocketNotifier::activated, &loop, &QEventLoop::quit,
+                    Qt::QueuedConnection);
+        if (!condition() && !interrupted_) {
+            loop.exec();
+        }
+        disconnect(changed);
+        disconnect(stopped);
+    };
+
+    // The early stage: every new item probed and judged.
+    quitWhen([this] { return settledEarly(); });
+    for (const RemuxItem& item : service_->items()) {
+        if (options_.json) {
+            emitEvent(itemEvent(u"verdict"_s, item));
+        }
+        if (isFinal(item.status)) {
+            reportDone(item);
+        } else if (!options_.json) {
+            reportLine(item);
+        }
+    }
+    if (options_.dryRun || interrupted_) {
+        return finish(feedback.has_value());
+    }
+
+    connect(service_.get(), &RemuxService::itemChanged, this, [this](const QUuid& id) {
+        const std::optional<RemuxItem> item = service_->item(id);
+        if (!item) {
+            return;
+        }
+        if (isFinal(item->status)) {
+            reportDone(*item);
+        } else if (item->status == ProcessingStatus::processing &&
+                   lastProgress_.value(id, -1) != item->progress) {
+            lastProgress_.insert(id, item->progress);
+            if (options_.json) {
+                QJsonObject event = itemEvent(u"progress"_s, *item);
+                event.insert(u"progress"_s, item->progress);
+                emitEvent(event);
+            } else if (progressOnTerminal_) {
+                drawProgress();
+            }
+        }
+    });
+    service_->startBatch();
+    const QMetaObject::Connection ended =
+        connect(service_.get(), &RemuxService::isRemuxingChanged, &loop, [&](bool remuxing) {
+            if (!remuxing) {
+                loop.quit();
+            }
+        });
+    if (service_->isRemuxing()) {
+        loop.exec();
+    }
+    disconnect(ended);
+    return finish(feedback.has_value());
+}
+
+int CliSession::finish(bool rejectedPaths) {
+    int converted = 0;
+    int skipped = 0;
+    int failed = 0;
+    for (const RemuxItem& item : service_->items()) {
+        converted += item.status == ProcessingStatus::completed;
+        skipped += item.status == ProcessingStatus::skipped;
+        failed += item.status == ProcessingStatus::failed;
+    }
+    if (interrupted_) {
+        // The engine's end cancels every run and waits until each has deleted what it
+        // wrote; only then does the process go.
+        service_.reset();
+        if (!options_.json) {
+            std::fprintf(stderr, "\nInterrupted: partial files removed\n");
+        }
+        return interruptedExit;
+    }
+    if (options_.json) {
+        emitEvent({{u"event"_s, u"batch"_s},
+                   {u"converted"_s, converted},
+                   {u"skipped"_s, skipped},
+                   {u"failed"_s, failed}});
+    } else {
+        QStringList parts;
+        if (converted > 0) {
+            parts.append(u"%1 converted"_s.arg(converted));
+        }
+        if (skipped > 0) {
+            parts.append(u"%1 skipped"_s.arg(skipped));
+        }
+        if (failed > 0) {
+            parts.append(u"%1 failed"_s.arg(failed));
+        }
+        if (options_.dryRun) {
+            const int pending = int(service_->items().size()) - converted - skipped - failed;
+            parts.prepend(u"%1 to convert"_s.arg(pending));
+        }
+        std::printf("%s\n",
+                    qUtf8Printable(parts.isEmpty() ? u"Nothing to do"_s : parts.join(u", "_s)));
+    }
+    // Let a notification that is on its way reach the bus before the process goes.
+    Async::waitFor(service_->notifier().finishPosting());
+    service_.reset();
+    return (failed > 0 || rejectedPaths) ? failureExit : successExit;
+}
