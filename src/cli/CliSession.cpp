@@ -139,7 +139,10 @@ bool CliSession::settledEarly() const {
 
 void CliSession::interrupt() {
     interrupted_ = true;
-    service_->cancelAll();
+    // A second signal while the engine winds down finds it gone, and waits on.
+    if (service_) {
+        service_->cancelAll();
+    }
 }
 
 int CliSession::run(const QStringList& paths) {

@@ -60,6 +60,9 @@ void RemuxService::releaseClaims(const QStringList& urls) {
 }
 
 void RemuxService::probeItems(const QList<QUuid>& ids) {
+    if (shuttingDown_) {
+        return;
+    }
     QList<std::pair<QUuid, QString>> pairs;
     for (const QUuid& id : ids) {
         if (const std::optional<RemuxItem> found = item(id)) {
@@ -76,6 +79,9 @@ QCoro::Task<> RemuxService::probeAll(QList<std::pair<QUuid, QString>> pairs, std
     Async::TaskGroup probes(stop);
     for (const auto& [id, url] : pairs) {
         co_await probes.waitUntilFewerThan(maxConcurrentProbes);
+        if (stop.stop_requested()) {
+            break; // the engine is going away
+        }
         probes.start(&RemuxService::preflightItem, this, id, url);
     }
     co_await probes.waitForAll();
@@ -242,6 +248,9 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         co_return;
     } catch (const FFmpegError& error) {
         failure = error;
+    } catch (const std::exception& error) {
+        // Not the tool layer's, but a failure all the same: the run must still end.
+        failure = FFmpegError::remuxFailed(QString::fromUtf8(error.what()));
     }
 
     // The end of a failed or cancelled run: what it wrote goes, whoever cancelled

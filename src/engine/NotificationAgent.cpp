@@ -57,9 +57,9 @@ NotificationAgent::~NotificationAgent() {
     }
 }
 
-QCoro::Task<> NotificationAgent::requestAuthorization() {
+QCoro::Task<> NotificationAgent::requestAuthorization(std::stop_token stop) {
     const std::optional<QString> error = co_await callService(
-        QDBusMessage::createMethodCall(service, path, service, u"GetServerInformation"_s), {});
+        QDBusMessage::createMethodCall(service, path, service, u"GetServerInformation"_s), stop);
     if (error) {
         qCCritical(lcNotificationAgent, "Notification permission error: %s",
                    qUtf8Printable(*error));

@@ -30,7 +30,7 @@ public:
 
     // Checks that the notification service answers; logs when it doesn't. The
     // desktop decides itself whether notifications are shown.
-    QCoro::Task<> requestAuthorization();
+    QCoro::Task<> requestAuthorization(std::stop_token stop = {});
     // Posts "3 converted, 1 skipped, 2 failed" (zero counts left out), or nothing at
     // all when every count is zero. Returns at once; the post goes on in the background.
     void postBatchComplete(int converted, int skipped, int failed);

@@ -28,19 +28,29 @@ RemuxService::RemuxService(QObject* parent)
 RemuxService::~RemuxService() {
     // No tail may launch anything from here on.
     shuttingDown_ = true;
-    std::vector<Async::BackgroundTask> pending = owned_;
-    for (const ActiveRun& run : activeTasks_) {
-        pending.push_back(run.task);
-    }
-    for (const ActiveRun& run : windingDown_) {
-        pending.push_back(run.task);
-    }
-    for (const Async::BackgroundTask& task : pending) {
-        task.cancel();
-    }
-    // Their tails still call back into the engine, which is whole until here.
-    for (const Async::BackgroundTask& task : pending) {
-        Async::waitFor(task.finished());
+    // Their tails still call back into the engine, which is whole until here; a call
+    // that arrives meanwhile may start one more task, so look again until none is left.
+    for (;;) {
+        std::vector<Async::BackgroundTask> pending;
+        for (const Async::BackgroundTask& task : owned_) {
+            pending.push_back(task);
+        }
+        for (const ActiveRun& run : activeTasks_) {
+            pending.push_back(run.task);
+        }
+        for (const ActiveRun& run : windingDown_) {
+            pending.push_back(run.task);
+        }
+        std::erase_if(pending, [](const Async::BackgroundTask& t) { return t.isFinished(); });
+        if (pending.empty()) {
+            break;
+        }
+        for (const Async::BackgroundTask& task : pending) {
+            task.cancel();
+        }
+        for (const Async::BackgroundTask& task : pending) {
+            Async::waitFor(task.finished());
+        }
     }
 }
 
@@ -114,6 +124,7 @@ QList<QUuid> RemuxService::appendItems(const QStringList& urls) {
     }
     if (!added.isEmpty()) {
         const qsizetype first = items_.size();
+        Q_EMIT itemsAboutToBeInserted(first, first + added.size() - 1);
         items_.append(added);
         Q_EMIT itemsInserted(first, items_.size() - 1);
     }
@@ -143,6 +154,9 @@ void RemuxService::replaceItems(QList<RemuxItem> items) {
 }
 
 void RemuxService::own(Async::BackgroundTask task) {
+    if (shuttingDown_) {
+        task.cancel(); // started by a call that came in while the engine winds down
+    }
     std::erase_if(owned_, [](const Async::BackgroundTask& t) { return t.isFinished(); });
     owned_.push_back(std::move(task));
 }

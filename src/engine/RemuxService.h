@@ -98,7 +98,8 @@ public:
 Q_SIGNALS:
     // One item's fields changed; a view redraws that row.
     void itemChanged(const QUuid& id);
-    // Rows appended at the end of the list.
+    // Around the appending of rows first..last at the end of the list.
+    void itemsAboutToBeInserted(qsizetype first, qsizetype last);
     void itemsInserted(qsizetype first, qsizetype last);
     // Around the removal of the rows first..last.
     void itemsAboutToBeRemoved(qsizetype first, qsizetype last);

@@ -1,21 +1,122 @@
 #include "MainWindow.h"
 
+#include "AppDelegate.h"
+#include "FileListView.h"
+#include "intake/Panels.h"
 #include "tools/FFmpegService.h"
 
+#include <QCloseEvent>
+#include <QMenuBar>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QTimer>
 
 using namespace Qt::StringLiterals;
 
-MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
+MainWindow::MainWindow(AppDelegate& app, QWidget* parent)
+    : QMainWindow(parent), app_(app), list_(new FileListView(app.remuxer(), this)) {
     setWindowTitle(u"Morvane"_s);
-    resize(720, 480);
+    setMinimumSize(720, 400);
+    resize(900, 600);
+    setCentralWidget(list_);
+    RemuxService& engine = app_.remuxer();
+
+    QMenu* file = menuBar()->addMenu(u"&File"_s);
+    import_ = file->addAction(u"Import…"_s, QKeySequence(u"Ctrl+O"_s), this, [this] {
+        Panels::presentImportPanel(this,
+                                   [this](QStringList urls) { app_.remuxer().addFiles(urls, 0); });
+    });
+    file->addSeparator();
+    clearCompleted_ = file->addAction(u"Clear Completed"_s, QKeySequence(u"Ctrl+K"_s), &engine,
+                                      &RemuxService::clearCompleted);
+    clearAll_ = file->addAction(u"Clear All…"_s, this, &MainWindow::confirmClearAll);
+    file->addSeparator();
+    file->addAction(u"Quit"_s, QKeySequence::Quit, this, [this] { app_.requestQuit(this); });
+
+    QMenu* convert = menuBar()->addMenu(u"&Convert"_s);
+    start_ = convert->addAction(u"Start"_s, QKeySequence(u"Ctrl+R"_s), &engine,
+                                &RemuxService::startBatch);
+    cancelAll_ = convert->addAction(u"Cancel All"_s, QKeySequence(u"Ctrl+."_s), &engine,
+                                    &RemuxService::cancelAll);
+    convert->addSeparator();
+    retryFailed_ = convert->addAction(u"Retry Failed"_s, &engine, &RemuxService::retryFailed);
+    convert->addSeparator();
+    chooseFolder_ = convert->addAction(u"Choose Output Folder…"_s, this, [this] {
+        Panels::presentOutputFolderPanel(
+            this, [this](QString folder) { app_.remuxer().setCustomOutputDirectory(folder); });
+    });
+    useSourceFolder_ = convert->addAction(u"Use Source Folder"_s, this, [this] {
+        app_.remuxer().setCustomOutputDirectory(std::nullopt);
+    });
+
+    QMenu* help = menuBar()->addMenu(u"&Help"_s);
+    QAction* helpAction = help->addAction(u"Morvane Help"_s, this, [this] { app_.openHelp(); });
+    helpAction->setShortcuts({QKeySequence(u"Ctrl+?"_s), QKeySequence(Qt::Key_F1)});
+
+    // Enablement follows the engine at once.
+    for (auto signal : {&RemuxService::itemsInserted, &RemuxService::itemsRemoved}) {
+        connect(&engine, signal, this, &MainWindow::updateMenus);
+    }
+    connect(&engine, &RemuxService::itemChanged, this, &MainWindow::updateMenus);
+    connect(&engine, &RemuxService::itemsReset, this, &MainWindow::updateMenus);
+    connect(&engine, &RemuxService::isRemuxingChanged, this, &MainWindow::updateMenus);
+    connect(&engine, &RemuxService::customOutputDirectoryChanged, this, &MainWindow::updateMenus);
+    updateMenus();
+}
+
+QAction* MainWindow::action(const QString& text) const {
+    for (QAction* candidate : findChildren<QAction*>()) {
+        if (candidate->text() == text) {
+            return candidate;
+        }
+    }
+    return nullptr;
+}
+
+void MainWindow::updateMenus() {
+    const RemuxService& engine = app_.remuxer();
+    const QList<RemuxItem>& items = engine.items();
+    const auto any = [&items](auto test) { return std::any_of(items.begin(), items.end(), test); };
+    clearCompleted_->setEnabled(any([](const RemuxItem& i) {
+        return i.status == ProcessingStatus::completed || i.status == ProcessingStatus::skipped;
+    }));
+    clearAll_->setEnabled(!items.isEmpty());
+    start_->setEnabled(!items.isEmpty() && !engine.isRemuxing());
+    cancelAll_->setEnabled(engine.isRemuxing());
+    retryFailed_->setEnabled(!engine.isRemuxing() && any([](const RemuxItem& i) {
+        return i.status == ProcessingStatus::failed;
+    }));
+    useSourceFolder_->setEnabled(engine.customOutputDirectory().has_value());
+}
+
+void MainWindow::confirmClearAll() {
+    auto* confirm = new QMessageBox(QMessageBox::Warning, u"Clear All Items?"_s,
+                                    u"This will remove all items from the queue and cancel any "
+                                    u"in-progress remuxes."_s,
+                                    QMessageBox::NoButton, this);
+    confirm->setObjectName(u"clearAllConfirmation"_s);
+    confirm->setAttribute(Qt::WA_DeleteOnClose);
+    QPushButton* cancel = confirm->addButton(QMessageBox::Cancel);
+    QPushButton* clear = confirm->addButton(u"Clear All"_s, QMessageBox::DestructiveRole);
+    confirm->setDefaultButton(cancel);
+    connect(confirm, &QMessageBox::finished, this, [this, confirm, clear] {
+        if (confirm->clickedButton() == clear) {
+            app_.remuxer().clearAll();
+        }
+    });
+    confirm->open();
 }
 
 void MainWindow::showEvent(QShowEvent* event) {
     QMainWindow::showEvent(event);
     // After the window is up, so that the alert has a parent on screen.
     QTimer::singleShot(0, this, &MainWindow::checkEnvironment);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    // Closing the window is asking to quit, through the same guard as Quit.
+    event->ignore();
+    app_.requestQuit(this);
 }
 
 void MainWindow::checkEnvironment() {
@@ -28,6 +129,7 @@ void MainWindow::checkEnvironment() {
                 u"\n\nThis is a build-time problem: the app must be rebuilt with the FFmpeg "
                 u"binaries present in `ffmpeg-bundle/` (run `scripts/build-ffmpeg`)."_s,
             QMessageBox::Ok, this);
+        alert->setObjectName(u"environmentAlert"_s);
         alert->setAttribute(Qt::WA_DeleteOnClose);
         alert->open();
     }

@@ -1,18 +1,39 @@
 #pragma once
 
-// The application's main window. It checks for the bundled tools each time it
-// appears and says plainly when one is missing.
+// The main window: the queue list under the application's menus. Menu items follow
+// the engine's state at once; the tools are checked each time the window appears.
 
 #include <QMainWindow>
+
+class AppDelegate;
+class FileListView;
+class QAction;
 
 class MainWindow final : public QMainWindow {
     Q_OBJECT
 public:
-    explicit MainWindow(QWidget* parent = nullptr);
+    explicit MainWindow(AppDelegate& app, QWidget* parent = nullptr);
+
+    FileListView& list() { return *list_; }
+    QAction* action(const QString& text) const;
+    void confirmClearAll();
 
 protected:
     void showEvent(QShowEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
 
 private:
     void checkEnvironment();
+    void updateMenus();
+
+    AppDelegate& app_;
+    FileListView* list_;
+    QAction* import_ = nullptr;
+    QAction* clearCompleted_ = nullptr;
+    QAction* clearAll_ = nullptr;
+    QAction* start_ = nullptr;
+    QAction* cancelAll_ = nullptr;
+    QAction* retryFailed_ = nullptr;
+    QAction* chooseFolder_ = nullptr;
+    QAction* useSourceFolder_ = nullptr;
 };

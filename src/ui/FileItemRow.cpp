@@ -1,0 +1,78 @@
+#include "FileItemRow.h"
+
+#include "model/FilePath.h"
+
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace FileItemRow {
+
+QString fileName(const RemuxItem& item) {
+    return FilePath::lastPathComponent(item.url);
+}
+
+QString statusText(const RemuxItem& item) {
+    return item.statusMessage.value_or(rawValue(item.status));
+}
+
+bool isMeasurable(const RemuxItem& item) {
+    return item.cachedMediaInfo && item.cachedMediaInfo->duration > 0;
+}
+
+QString percentText(double progress) {
+    return QString::number(qint64(std::trunc(progress * 100))) + u'%';
+}
+
+QString errorLine(const RemuxItem& item) {
+    return item.status == ProcessingStatus::failed ? item.error.value_or(QString()) : QString();
+}
+
+QString statusIconName(const RemuxItem& item) {
+    switch (item.status) {
+    case ProcessingStatus::completed:
+        return u"object-select-symbolic"_s;
+    case ProcessingStatus::failed:
+        return u"dialog-warning-symbolic"_s;
+    case ProcessingStatus::skipped:
+        return u"go-next-symbolic"_s;
+    case ProcessingStatus::pending:
+    case ProcessingStatus::processing:
+        break;
+    }
+    return QString();
+}
+
+QString statusAccessibilityLabel(const RemuxItem& item) {
+    return u"Status: "_s + statusText(item);
+}
+
+QString progressAccessibilityLabel(const RemuxItem& item) {
+    return u"Remuxing "_s + fileName(item);
+}
+
+QString progressAccessibilityValue(const RemuxItem& item) {
+    if (!isMeasurable(item)) {
+        return QString();
+    }
+    return QString::number(qint64(std::trunc(item.progress * 100))) + u" percent complete"_s;
+}
+
+QString progressText(const RemuxItem& item) {
+    if (item.status != ProcessingStatus::processing) {
+        return QString();
+    }
+    return isMeasurable(item) ? percentText(item.progress) : u"Remuxing\u2026"_s;
+}
+
+QString accessibleLabel(const RemuxItem& item) {
+    return item.status == ProcessingStatus::processing ? progressAccessibilityLabel(item)
+                                                       : statusAccessibilityLabel(item);
+}
+
+QString accessibleValue(const RemuxItem& item) {
+    return item.status == ProcessingStatus::processing ? progressAccessibilityValue(item)
+                                                       : QString();
+}
+
+} // namespace FileItemRow

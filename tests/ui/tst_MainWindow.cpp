@@ -1,0 +1,328 @@
+#include "TestSupport.h"
+#include "ui/AppDelegate.h"
+#include "ui/DropOverlay.h"
+#include "ui/FileItemRow.h"
+#include "ui/FileListView.h"
+#include "ui/MainWindow.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QMenu>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Sidecars are written at once; a remux writes a partial output and holds until
+// "release-<name>" exists.
+const QByteArray holdingFfmpeg = R"SH(for last; do :; done
+case " $* " in
+  *" srt "*) for a in "$@"; do case "$a" in *.srt) printf '1\n00:00:00,000 --> 00:00:01,000\nx\n' > "$a";; esac; done; exit 0;;
+esac
+printf partial > "$last"
+trap 'exit 255' TERM
+while [ ! -e "$here/release-$(basename "$last")" ]; do sleep 0.02; done
+exit 0
+)SH";
+
+RemuxItem itemWith(ProcessingStatus status, double duration = 10, double progress = 0) {
+    RemuxItem item(u"/videos/Season 1/Clip.mkv"_s);
+    item.status = status;
+    item.progress = progress;
+    if (duration >= 0) {
+        MediaInfo info;
+        info.hasVideoStream = true;
+        info.videoCodec = u"h264"_s;
+        info.duration = duration;
+        item.cachedMediaInfo = info;
+    }
+    return item;
+}
+
+// Clicks the button with `text` in the next modal message box that opens.
+void answerNextAlert(const QString& text) {
+    QTimer::singleShot(50, [text] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!box) {
+            return;
+        }
+        for (QAbstractButton* button : box->buttons()) {
+            if (button->text() == text) {
+                button->click();
+            }
+        }
+    });
+}
+
+} // namespace
+
+class MainWindowTest final : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<QTemporaryDir> folder;
+    std::unique_ptr<AppDelegate> app;
+    std::unique_ptr<MainWindow> window;
+    QString fakeBin;
+    int quits = 0;
+
+    RemuxService& engine() { return app->remuxer(); }
+    bool enabled(const QString& text) { return window->action(text)->isEnabled(); }
+    QList<QUuid> addAndProbe(const QStringList& media) {
+        QStringList urls;
+        for (const QString& name : media) {
+            urls.append(TestSupport::copyInto(*folder,
+                                              TestSupport::mediaPath(name.section(u'>', 0, 0)),
+                                              name.section(u'>', 1, 1)));
+        }
+        const QList<QUuid> ids = engine().appendItems(urls);
+        engine().probeItems(ids);
+        for (const QUuid& id : ids) {
+            if (!QTest::qWaitFor(
+                    [&] {
+                        const auto item = engine().item(id);
+                        return item->status != ProcessingStatus::pending || item->cachedMediaInfo;
+                    },
+                    20000)) {
+                qWarning("early probe did not end");
+            }
+        }
+        return ids;
+    }
+    void useHoldingFfmpeg() {
+        fakeBin = TestSupport::installFakeTool(*folder, u"ffmpeg"_s, holdingFfmpeg);
+        QFile::link(TestSupport::bundledSupportPath() + u"/ffmpeg/bin/ffprobe"_s,
+                    fakeBin + u"/ffprobe"_s);
+    }
+    void release(const QString& output) {
+        QFile(fakeBin + u"/release-"_s + output).open(QIODevice::WriteOnly);
+    }
+
+private Q_SLOTS:
+    void init() {
+        folder = std::make_unique<QTemporaryDir>();
+        FFmpegServiceTesting::setSharedSupportPath(TestSupport::bundledSupportPath());
+        app = std::make_unique<AppDelegate>();
+        app->setQuitAction([this] { ++quits; });
+        window = std::make_unique<MainWindow>(*app);
+        window->show();
+        quits = 0;
+    }
+    void cleanup() {
+        window.reset();
+        app.reset();
+        FFmpegServiceTesting::setSharedSupportPath(TestSupport::bundledSupportPath());
+    }
+
+    void menusFollowTheEngine() {
+        QVERIFY(enabled(u"Import…"_s));
+        QVERIFY(!enabled(u"Start"_s));
+        QVERIFY(!enabled(u"Clear Completed"_s));
+        QVERIFY(!enabled(u"Clear All…"_s));
+        QVERIFY(!enabled(u"Retry Failed"_s));
+        QVERIFY(!enabled(u"Cancel All"_s));
+        QVERIFY(!enabled(u"Use Source Folder"_s));
+
+        useHoldingFfmpeg();
+        addAndProbe({u"h264_aac.mkv>a.mkv"_s, u"no_video.mkv"_s});
+        window->action(u"Start"_s)->trigger();
+        QVERIFY(engine().isRemuxing());
+        QVERIFY(!enabled(u"Start"_s));
+        QVERIFY(!enabled(u"Retry Failed"_s));
+        QVERIFY(enabled(u"Cancel All"_s));
+        QVERIFY(enabled(u"Clear All…"_s));
+        release(u"a.mp4"_s);
+        QTRY_VERIFY(!engine().isRemuxing());
+        QVERIFY(enabled(u"Start"_s)); // a finished queue can still be started
+        QVERIFY(enabled(u"Clear Completed"_s));
+        QVERIFY(enabled(u"Retry Failed"_s));
+        engine().setCustomOutputDirectory(folder->path());
+        QVERIFY(enabled(u"Use Source Folder"_s));
+        window->action(u"Use Source Folder"_s)->trigger();
+        QVERIFY(!engine().customOutputDirectory());
+    }
+
+    // clang-format off
+    void contextMenuPerStatus_data() {
+        QTest::addColumn<RemuxItem>("item");
+        QTest::addColumn<QStringList>("entries");
+        RemuxItem done = itemWith(ProcessingStatus::completed);
+        done.outputURL = u"/videos/Clip.mp4"_s;
+        QTest::newRow("pending") << itemWith(ProcessingStatus::pending) << QStringList{u"Show Original in Finder"_s, u"Remove"_s};
+        QTest::newRow("processing") << itemWith(ProcessingStatus::processing) << QStringList{u"Show Original in Finder"_s, u"Cancel"_s, u"Remove"_s};
+        QTest::newRow("failed") << itemWith(ProcessingStatus::failed) << QStringList{u"Show Original in Finder"_s, u"Retry"_s, u"Remove"_s};
+        QTest::newRow("completed with output") << done << QStringList{u"Show Original in Finder"_s, u"Show Converted File in Finder"_s, u"Remove"_s};
+        QTest::newRow("completed without output") << itemWith(ProcessingStatus::completed) << QStringList{u"Show Original in Finder"_s, u"Remove"_s};
+        QTest::newRow("skipped") << itemWith(ProcessingStatus::skipped) << QStringList{u"Show Original in Finder"_s, u"Remove"_s};
+    }
+    // clang-format on
+    void contextMenuPerStatus() {
+        QFETCH(RemuxItem, item);
+        QFETCH(QStringList, entries);
+        QCOMPARE(FileListView::contextMenuEntries(item), entries);
+    }
+
+    void deleteAndRemove() {
+        useHoldingFfmpeg();
+        const QList<QUuid> ids = addAndProbe(
+            {u"h264_aac.mkv>a.mkv"_s, u"h264_aac.mkv>b.mkv"_s, u"h264_aac.mkv>c.mkv"_s});
+        FileListView& list = window->list();
+        list.deleteSelection(); // nothing selected: nothing happens
+        QCOMPARE(engine().items().size(), 3);
+        engine().startBatch();
+        QTRY_VERIFY(QFile::exists(folder->filePath(u"a.mp4"_s)));
+
+        // Remove from the menu of a processing item asks first; Cancel keeps it.
+        answerNextAlert(u"Cancel"_s);
+        list.removeFromMenu(ids[0]);
+        QTRY_VERIFY(!QApplication::activeModalWidget());
+        QCOMPARE(engine().items().size(), 3);
+        // The Delete key on the same item removes it with no question.
+        list.selectionModel()->select(list.model()->index(0, 0), QItemSelectionModel::Select);
+        QTest::keyClick(&list, Qt::Key_Delete);
+        QCOMPARE(engine().items().size(), 2);
+        QVERIFY(list.selectedIds().isEmpty());
+        QTRY_VERIFY(!QFile::exists(folder->filePath(u"a.mp4"_s)));
+        // A pending item goes at once.
+        engine().cancelAll();
+        list.removeFromMenu(ids[2]);
+        QCOMPARE(engine().items().size(), 1);
+        QVERIFY(!QApplication::activeModalWidget());
+    }
+
+    void dropsAddRowsAndTheOverlayFollows() {
+        FileListView& list = window->list();
+        QVERIFY(list.overlay()->isVisible());
+        const QString clip =
+            TestSupport::copyInto(*folder, TestSupport::mediaPath(u"h264_aac.mkv"_s));
+        QFile(folder->filePath(u"notes.txt"_s)).open(QIODevice::WriteOnly);
+        QMimeData data;
+        data.setUrls(
+            {QUrl::fromLocalFile(clip), QUrl::fromLocalFile(folder->filePath(u"notes.txt"_s))});
+        const QPoint centre = list.viewport()->rect().center();
+        QDragEnterEvent enter(centre, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(list.viewport(), &enter);
+        QVERIFY(enter.isAccepted());
+        QVERIFY(list.isDragging());
+        QDropEvent drop(centre, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(list.viewport(), &drop);
+        QVERIFY(drop.isAccepted());
+        QVERIFY(!list.isDragging());
+        QTRY_COMPARE(engine().items().size(), 1);
+        QCOMPARE(engine().dropFeedbackMessage(), std::optional(u"1 unsupported file skipped"_s));
+        QVERIFY(!list.overlay()->isVisible());
+        engine().removeItem(engine().items().first().id);
+        QVERIFY(list.overlay()->isVisible());
+        QCOMPARE(list.overlay()->accessibleName(), u"Drop video files here"_s);
+        QCOMPARE(list.overlay()->accessibleDescription(), u"Adds files to the conversion queue"_s);
+    }
+
+    // clang-format off
+    void rowTexts_data() {
+        QTest::addColumn<RemuxItem>("item");
+        QTest::addColumn<QString>("statusText");
+        QTest::addColumn<QString>("progressText");
+        QTest::addColumn<QString>("accessibleLabel");
+        QTest::addColumn<QString>("accessibleValue");
+        QTest::addColumn<QString>("errorLine");
+        RemuxItem noted = itemWith(ProcessingStatus::completed);
+        noted.statusMessage = u"1 subtitle track failed to extract"_s;
+        RemuxItem failed = itemWith(ProcessingStatus::failed);
+        failed.error = u"No video stream found"_s;
+        RemuxItem staleError = itemWith(ProcessingStatus::pending);
+        staleError.error = u"Cancelled"_s;
+        RemuxItem busyWithNote = itemWith(ProcessingStatus::processing, 10, 0.42);
+        busyWithNote.statusMessage = u"note"_s;
+        QTest::newRow("pending") << itemWith(ProcessingStatus::pending) << u"Pending"_s << u""_s << u"Status: Pending"_s << u""_s << u""_s;
+        QTest::newRow("0.999 reads 99%") << itemWith(ProcessingStatus::processing, 10, 0.999) << u"Remuxing"_s << u"99%"_s << u"Remuxing Clip.mkv"_s << u"99 percent complete"_s << u""_s;
+        QTest::newRow("1.0 reads 100%") << itemWith(ProcessingStatus::processing, 10, 1.0) << u"Remuxing"_s << u"100%"_s << u"Remuxing Clip.mkv"_s << u"100 percent complete"_s << u""_s;
+        QTest::newRow("no duration yet: indeterminate") << itemWith(ProcessingStatus::processing, -1, 0.5) << u"Remuxing"_s << u"Remuxing…"_s << u"Remuxing Clip.mkv"_s << u""_s << u""_s;
+        QTest::newRow("duration 0: indeterminate") << itemWith(ProcessingStatus::processing, 0, 0.5) << u"Remuxing"_s << u"Remuxing…"_s << u"Remuxing Clip.mkv"_s << u""_s << u""_s;
+        QTest::newRow("a note replaces the word") << noted << u"1 subtitle track failed to extract"_s << u""_s << u"Status: 1 subtitle track failed to extract"_s << u""_s << u""_s;
+        QTest::newRow("failed shows its error") << failed << u"Error"_s << u""_s << u"Status: Error"_s << u""_s << u"No video stream found"_s;
+        QTest::newRow("an error on an item no longer failed is not shown") << staleError << u"Pending"_s << u""_s << u"Status: Pending"_s << u""_s << u""_s;
+        QTest::newRow("processing ignores a note") << busyWithNote << u"note"_s << u"42%"_s << u"Remuxing Clip.mkv"_s << u"42 percent complete"_s << u""_s;
+        QTest::newRow("skipped") << itemWith(ProcessingStatus::skipped) << u"Skipped"_s << u""_s << u"Status: Skipped"_s << u""_s << u""_s;
+    }
+    // clang-format on
+    void rowTexts() {
+        QFETCH(RemuxItem, item);
+        QFETCH(QString, statusText);
+        QFETCH(QString, progressText);
+        QFETCH(QString, accessibleLabel);
+        QFETCH(QString, accessibleValue);
+        QFETCH(QString, errorLine);
+        QCOMPARE(FileItemRow::fileName(item), u"Clip.mkv"_s);
+        QCOMPARE(FileItemRow::statusText(item), statusText);
+        QCOMPARE(FileItemRow::progressText(item), progressText);
+        QCOMPARE(FileItemRow::accessibleLabel(item), accessibleLabel);
+        QCOMPARE(FileItemRow::accessibleValue(item), accessibleValue);
+        QCOMPARE(FileItemRow::errorLine(item), errorLine);
+    }
+
+    void oneItemsChangeRepaintsItsRowAlone() {
+        addAndProbe({u"h264_aac.mkv>a.mkv"_s, u"h264_aac.mkv>b.mkv"_s});
+        QSignalSpy changed(&window->list().queueModel(), &QAbstractItemModel::dataChanged);
+        QSignalSpy reset(&window->list().queueModel(), &QAbstractItemModel::modelReset);
+        engine().setProgress(0.5, engine().items().at(1).id);
+        QCOMPARE(changed.size(), 1);
+        QCOMPARE(changed.first().at(0).toModelIndex().row(), 1);
+        QCOMPARE(changed.first().at(1).toModelIndex().row(), 1);
+        QCOMPARE(reset.size(), 0);
+    }
+
+    void quitGuard() {
+        QVERIFY(app->applicationShouldTerminate(window.get())); // idle: no alert
+        useHoldingFfmpeg();
+        addAndProbe({u"h264_aac.mkv>a.mkv"_s});
+        engine().startBatch();
+        QTRY_VERIFY(QFile::exists(folder->filePath(u"a.mp4"_s)));
+
+        answerNextAlert(u"Keep Running"_s);
+        QVERIFY(!app->applicationShouldTerminate(window.get()));
+        QVERIFY(engine().isRemuxing());
+        QTest::qWait(500);
+        QCOMPARE(quits, 0);
+
+        answerNextAlert(u"Cancel Remux and Quit"_s);
+        QVERIFY(!app->applicationShouldTerminate(window.get())); // the answer comes later
+        QVERIFY(!engine().isRemuxing());
+        QTRY_COMPARE(quits, 1);
+        QTRY_VERIFY(!QFile::exists(folder->filePath(u"a.mp4"_s)));
+    }
+
+    // A window with one item of each status, saved when MORVANE_SCREENSHOT names a file.
+    void lookOfEveryStatus() {
+        useHoldingFfmpeg();
+        addAndProbe({u"subtitles.mkv>Holiday in Lisbon.mkv"_s, u"hevc_aac.mkv>Concert.mkv"_s,
+                     u"h264_aac.mp4>Already fine.mp4"_s, u"no_video.mkv>Podcast episode 12.mkv"_s,
+                     u"long_20s.mkv>Second in line.mkv"_s, u"h264_aac.mkv>Waiting its turn.mkv"_s});
+        release(u"Holiday in Lisbon.mp4"_s);
+        engine().startBatch();
+        QTRY_COMPARE(engine().items().at(0).status, ProcessingStatus::completed);
+        QTRY_COMPARE(engine().items().at(1).status, ProcessingStatus::processing);
+        engine().setProgress(0.42, engine().items().at(1).id);
+        const QByteArray target = qgetenv("MORVANE_SCREENSHOT");
+        if (!target.isEmpty()) {
+            window->resize(900, 600);
+            QTest::qWait(300);
+            QVERIFY(window->grab().save(QString::fromLocal8Bit(target)));
+        }
+        QCOMPARE(rawValue(engine().items().at(2).status), u"Skipped"_s);
+        QCOMPARE(rawValue(engine().items().at(3).status), u"Error"_s);
+        QCOMPARE(engine().items().at(4).status, ProcessingStatus::processing);
+        QCOMPARE(engine().items().at(5).status, ProcessingStatus::pending);
+        release(u"Concert.mp4"_s);
+        release(u"Second in line.mp4"_s);
+        release(u"Waiting its turn.mp4"_s);
+        QTRY_VERIFY(!engine().isRemuxing());
+    }
+};
+
+QTEST_MAIN(MainWindowTest)
+#include "tst_MainWindow.moc"
