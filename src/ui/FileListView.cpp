@@ -230,6 +230,23 @@ FileListView::FileListView(RemuxService& service, QWidget* parent)
     updateOverlay();
 }
 
+// One item's change repaints its row alone while the row keeps its height, as it
+// does through every progress update. QListView would repaint the whole viewport.
+void FileListView::dataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight,
+                               const QList<int>& roles) {
+    if (topLeft == bottomRight && topLeft.isValid()) {
+        const QRect row = visualRect(topLeft);
+        QStyleOptionViewItem option;
+        initViewItemOption(&option);
+        option.rect = row;
+        if (!row.isEmpty() && itemDelegate()->sizeHint(option, topLeft).height() == row.height()) {
+            viewport()->update(row);
+            return;
+        }
+    }
+    QListView::dataChanged(topLeft, bottomRight, roles);
+}
+
 QSet<QUuid> FileListView::selectedIds() const {
     QSet<QUuid> ids;
     for (const QModelIndex& index : selectionModel()->selectedRows()) {

@@ -123,6 +123,9 @@ void MainWindow::checkEnvironment() {
     try {
         FFmpegService::verifyTools();
     } catch (const FFmpegError& error) {
+        if (findChild<QMessageBox*>(u"environmentAlert"_s)) {
+            return; // one alert at a time; the one up already says it
+        }
         auto* alert = new QMessageBox(
             QMessageBox::Warning, u"FFmpeg Not Available"_s,
             error.localizedDescription() +

@@ -276,6 +276,54 @@ private Q_SLOTS:
         QCOMPARE(reset.size(), 0);
     }
 
+    void helpOpensOnceAndComesForward() {
+        window->action(u"Morvane Help"_s)->trigger();
+        QWidget* help = app->helpWindow();
+        QVERIFY(help && help->isVisible());
+        QCOMPARE(help->windowTitle(), u"Morvane Help"_s);
+        window->action(u"Morvane Help"_s)->trigger();
+        QCOMPARE(app->helpWindow(), help);
+    }
+
+    void missingToolsRaiseTheAlertEachTimeTheWindowShows() {
+        FFmpegServiceTesting::setSharedSupportPath(folder->filePath(u"nowhere"_s));
+        window->hide();
+        window->show();
+        QMessageBox* alert = nullptr;
+        QTRY_VERIFY((alert = window->findChild<QMessageBox*>(u"environmentAlert"_s)));
+        QCOMPARE(alert->windowTitle(), u"FFmpeg Not Available"_s);
+        QVERIFY(alert->text().startsWith(u"ffmpeg not found in app bundle. The app must be built "
+                                         u"with ffmpeg-bundle/ present.\n\n"
+                                         u"This is a build-time problem"_s));
+        QCOMPARE(window->findChildren<QMessageBox*>(u"environmentAlert"_s).size(), 1);
+        alert->button(QMessageBox::Ok)->click();
+        QTRY_VERIFY(!window->findChild<QMessageBox*>(u"environmentAlert"_s));
+        window->hide();
+        window->show();
+        QTRY_VERIFY(window->findChild<QMessageBox*>(u"environmentAlert"_s));
+    }
+
+    void clearAllAsksFirst() {
+        addAndProbe({u"no_video.mkv"_s});
+        window->action(u"Clear All…"_s)->trigger();
+        QMessageBox* confirm = window->findChild<QMessageBox*>(u"clearAllConfirmation"_s);
+        QVERIFY(confirm);
+        QCOMPARE(confirm->windowTitle(), u"Clear All Items?"_s);
+        QCOMPARE(
+            confirm->text(),
+            u"This will remove all items from the queue and cancel any in-progress remuxes."_s);
+        confirm->button(QMessageBox::Cancel)->click();
+        QCOMPARE(engine().items().size(), 1);
+        window->action(u"Clear All…"_s)->trigger();
+        confirm = window->findChild<QMessageBox*>(u"clearAllConfirmation"_s);
+        for (QAbstractButton* button : confirm->buttons()) {
+            if (button->text() == u"Clear All") {
+                button->click();
+            }
+        }
+        QVERIFY(engine().items().isEmpty());
+    }
+
     void quitGuard() {
         QVERIFY(app->applicationShouldTerminate(window.get())); // idle: no alert
         useHoldingFfmpeg();
