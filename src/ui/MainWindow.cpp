@@ -1,6 +1,7 @@
 #include "MainWindow.h"
 
 #include "AppDelegate.h"
+#include "DropFeedbackBanner.h"
 #include "FileListView.h"
 #include "intake/Panels.h"
 #include "tools/FFmpegService.h"
@@ -10,6 +11,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
+#include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
 
@@ -18,7 +20,14 @@ MainWindow::MainWindow(AppDelegate& app, QWidget* parent)
     setWindowTitle(u"Morvane"_s);
     setMinimumSize(720, 400);
     resize(900, 600);
-    setCentralWidget(list_);
+    auto* content = new QWidget(this);
+    auto* stack = new QVBoxLayout(content);
+    stack->setContentsMargins(0, 0, 0, 0);
+    stack->setSpacing(0);
+    banner_ = new DropFeedbackBanner(app.remuxer(), content);
+    stack->addWidget(banner_);
+    stack->addWidget(list_, 1);
+    setCentralWidget(content);
     RemuxService& engine = app_.remuxer();
 
     QMenu* file = menuBar()->addMenu(u"&File"_s);

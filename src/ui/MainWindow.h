@@ -6,6 +6,7 @@
 #include <QMainWindow>
 
 class AppDelegate;
+class DropFeedbackBanner;
 class FileListView;
 class QAction;
 
@@ -15,6 +16,7 @@ public:
     explicit MainWindow(AppDelegate& app, QWidget* parent = nullptr);
 
     FileListView& list() { return *list_; }
+    DropFeedbackBanner& banner() { return *banner_; }
     QAction* action(const QString& text) const;
     void confirmClearAll();
 
@@ -28,6 +30,7 @@ private:
 
     AppDelegate& app_;
     FileListView* list_;
+    DropFeedbackBanner* banner_ = nullptr;
     QAction* import_ = nullptr;
     QAction* clearCompleted_ = nullptr;
     QAction* clearAll_ = nullptr;

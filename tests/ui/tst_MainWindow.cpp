@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 #include "ui/AppDelegate.h"
+#include "ui/DropFeedbackBanner.h"
 #include "ui/DropOverlay.h"
 #include "ui/FileItemRow.h"
 #include "ui/FileListView.h"
@@ -14,6 +15,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
+#include <QToolButton>
 
 using namespace Qt::StringLiterals;
 
@@ -215,6 +217,12 @@ private Q_SLOTS:
         QVERIFY(!list.isDragging());
         QTRY_COMPARE(engine().items().size(), 1);
         QCOMPARE(engine().dropFeedbackMessage(), std::optional(u"1 unsupported file skipped"_s));
+        QVERIFY(window->banner().isVisible());
+        QCOMPARE(window->banner().text(), u"1 unsupported file skipped"_s);
+        QCOMPARE(window->banner().dismissButton()->accessibleName(), u"Dismiss notification"_s);
+        window->banner().dismissButton()->click();
+        QVERIFY(!window->banner().isVisible());
+        QVERIFY(!engine().dropFeedbackMessage());
         QVERIFY(!list.overlay()->isVisible());
         engine().removeItem(engine().items().first().id);
         QVERIFY(list.overlay()->isVisible());
