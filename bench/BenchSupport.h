@@ -3,8 +3,10 @@
 // What the benchmarks share: timing, the heap in use, and running a tool the way a
 // terminal user would, with nothing of ours in between.
 
+#include <QElapsedTimer>
 #include <QString>
 #include <QStringList>
+#include <QTimer>
 
 #include <algorithm>
 #include <chrono>
@@ -60,5 +62,29 @@ inline void runQuietly(const QString& tool, const QStringList& arguments) {
     int status = 0;
     waitpid(pid, &status, 0);
 }
+
+// Measures how late a 5 ms timer fires on the main thread: the longest stall of
+// the event loop while it runs.
+class StallMeter {
+public:
+    StallMeter() {
+        ticker_.setTimerType(Qt::PreciseTimer);
+        ticker_.setInterval(5);
+        QObject::connect(&ticker_, &QTimer::timeout, [this] {
+            const qint64 now = clock_.nsecsElapsed();
+            worst_ = std::max(worst_, now - last_ - 5'000'000);
+            last_ = now;
+        });
+        clock_.start();
+        ticker_.start();
+    }
+    double worstMilliseconds() const { return double(worst_) / 1e6; }
+
+private:
+    QElapsedTimer clock_;
+    QTimer ticker_;
+    qint64 last_ = 0;
+    qint64 worst_ = 0;
+};
 
 } // namespace Bench

@@ -52,22 +52,10 @@ double largestStallDuringBatch(const QString& big, const QString& work) {
     QFile::remove(work + u"/big_h264_aac.mp4"_s);
     QFile::remove(work + u"/second.mp4"_s);
 
-    QElapsedTimer clock;
-    qint64 last = 0;
-    qint64 worst = 0;
-    QTimer ticker;
-    ticker.setTimerType(Qt::PreciseTimer);
-    ticker.setInterval(5);
-    QObject::connect(&ticker, &QTimer::timeout, [&] {
-        const qint64 now = clock.nsecsElapsed();
-        worst = std::max(worst, now - last - 5'000'000);
-        last = now;
-    });
-    clock.start();
-    ticker.start();
+    const Bench::StallMeter stalls;
     service.startBatch();
     waitForBatchEnd(service);
-    ticker.stop();
+    const double worst = stalls.worstMilliseconds();
     for (const RemuxItem& item : service.items()) {
         if (item.status != ProcessingStatus::completed) {
             std::fprintf(stderr, "batch item did not complete: %s\n",
@@ -77,7 +65,7 @@ double largestStallDuringBatch(const QString& big, const QString& work) {
     QFile::remove(work + u"/big_h264_aac.mp4"_s);
     QFile::remove(work + u"/second.mp4"_s);
     QFile::remove(second);
-    return double(worst) / 1e6;
+    return worst;
 }
 
 void appendFigures(const QString& work) {

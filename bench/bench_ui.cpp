@@ -2,6 +2,7 @@
 // second: how much of the list each update repaints, the longest stall of the
 // main thread, and the process's resident memory. Runs offscreen.
 
+#include "BenchSupport.h"
 #include "ui/AppDelegate.h"
 #include "ui/FileListView.h"
 #include "ui/MainWindow.h"
@@ -63,17 +64,6 @@ int main(int argc, char** argv) {
     const QUuid first = engine.items().at(1).id;
     const QUuid second = engine.items().at(3).id;
 
-    QElapsedTimer clock;
-    qint64 last = 0;
-    qint64 worst = 0;
-    QTimer ticker;
-    ticker.setTimerType(Qt::PreciseTimer);
-    ticker.setInterval(5);
-    QObject::connect(&ticker, &QTimer::timeout, [&] {
-        const qint64 now = clock.nsecsElapsed();
-        worst = std::max(worst, now - last - 5'000'000);
-        last = now;
-    });
     QTimer progress;
     progress.setInterval(100);
     double fraction = 0;
@@ -82,8 +72,7 @@ int main(int argc, char** argv) {
         engine.setProgress(fraction, first);
         engine.setProgress(fraction, second);
     });
-    clock.start();
-    ticker.start();
+    const Bench::StallMeter stalls;
     progress.start();
     QTimer::singleShot(3000, &app, &QApplication::quit);
     app.exec();
@@ -93,7 +82,7 @@ int main(int argc, char** argv) {
     std::printf("ui_row_height_px,%d\n", rowHeight);
     std::printf("ui_largest_repaint_px,%d\n", watcher.largestHeight);
     std::printf("ui_paints,%d\n", watcher.paints);
-    std::printf("ui_worst_stall_ms,%.2f\n", double(worst) / 1e6);
+    std::printf("ui_worst_stall_ms,%.2f\n", stalls.worstMilliseconds());
     std::printf("ui_max_rss_mib,%.1f\n", usage.ru_maxrss / 1024.0);
     return 0;
 }

@@ -73,6 +73,14 @@ class RemuxServiceTest final : public QObject {
         }
         return ids;
     }
+    // Copies of one small H.264 clip under the given names, added and probed.
+    QList<QUuid> addClips(const QStringList& names) {
+        QStringList urls;
+        for (const QString& name : names) {
+            urls.append(add(u"h264_aac.mkv"_s, name + u".mkv"_s));
+        }
+        return addAndProbe(urls);
+    }
     RemuxItem itemAt(const QUuid& id) const { return *service->item(id); }
     void useFakeFfmpeg(const QString& mode) {
         fakeBin = TestSupport::installFakeTool(*folder, u"ffmpeg"_s, fakeFfmpeg);
@@ -224,9 +232,7 @@ private Q_SLOTS:
 
     void twoSlotsRefilledInQueueOrder() {
         useFakeFfmpeg(u"hold"_s);
-        const QList<QUuid> ids =
-            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s),
-                         add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        const QList<QUuid> ids = addClips({u"a"_s, u"b"_s, u"c"_s});
         service->startBatch();
         // The two children race to their logs; which of them the batch launched is
         // what counts.
@@ -244,7 +250,7 @@ private Q_SLOTS:
         QCOMPARE(recorder.calls.first().body, u"3 converted"_s);
 
         // Leftovers of the last batch count again in the next one.
-        addAndProbe({add(u"h264_aac.mkv"_s, u"d.mkv"_s)});
+        addClips({u"d"_s});
         release(u"d.mp4"_s);
         service->startBatch();
         QVERIFY(waitForBatchEnd());
@@ -254,10 +260,10 @@ private Q_SLOTS:
 
     void filesAddedDuringARunWaitForTails() {
         useFakeFfmpeg(u"hold"_s);
-        addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s)});
+        addClips({u"a"_s});
         service->startBatch();
         QTRY_COMPARE(fakeLog().size(), 1);
-        addAndProbe({add(u"h264_aac.mkv"_s, u"b.mkv"_s), add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        addClips({u"b"_s, u"c"_s});
         QTest::qWait(200);
         QCOMPARE(fakeLog().size(), 1);
         release(u"a.mp4"_s);
@@ -327,9 +333,7 @@ private Q_SLOTS:
 
     void aChildIgnoringSigtermKeepsNoSlot() {
         useFakeFfmpeg(u"stubborn"_s);
-        const QList<QUuid> ids =
-            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s),
-                         add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        const QList<QUuid> ids = addClips({u"a"_s, u"b"_s, u"c"_s});
         service->startBatch();
         QTRY_COMPARE(fakeLog().size(), 2);
         service->cancelItem(ids[0]);
@@ -346,8 +350,7 @@ private Q_SLOTS:
 
     void removingARunningItemStillDeletesItsFiles() {
         useFakeFfmpeg(u"hold"_s);
-        const QList<QUuid> ids =
-            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s)});
+        const QList<QUuid> ids = addClips({u"a"_s, u"b"_s});
         service->startBatch();
         QTRY_COMPARE(fakeLog().size(), 2);
         service->removeItems({ids[0], ids[1]});
@@ -360,9 +363,7 @@ private Q_SLOTS:
 
     void cancelAllFailsPendingItemsToo() {
         useFakeFfmpeg(u"hold"_s);
-        const QList<QUuid> ids =
-            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s),
-                         add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        const QList<QUuid> ids = addClips({u"a"_s, u"b"_s, u"c"_s});
         service->startBatch();
         QTRY_COMPARE(fakeLog().size(), 2);
         service->cancelAll();
@@ -380,7 +381,7 @@ private Q_SLOTS:
     // for the old one, keeps its slot, and neither collides nor skips.
     void retryDuringWindDownIsToldApart() {
         useFakeFfmpeg(u"hold"_s);
-        const QUuid id = addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s)}).first();
+        const QUuid id = addClips({u"a"_s}).first();
         service->startBatch();
         QTRY_COMPARE(fakeLog().size(), 1);
         service->cancelItem(id);
@@ -420,8 +421,7 @@ private Q_SLOTS:
 
     void retryWithNoBatchStartsOneForEveryPendingItem() {
         useFakeFfmpeg(u"hold"_s);
-        const QList<QUuid> ids =
-            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s)});
+        const QList<QUuid> ids = addClips({u"a"_s, u"b"_s});
         service->cancelItem(ids[0]);
         service->retryItem(ids[0]);
         QVERIFY(service->isRemuxing());
@@ -434,9 +434,7 @@ private Q_SLOTS:
 
     void retryWhileTwoRunWaitsForATail() {
         useFakeFfmpeg(u"hold"_s);
-        const QList<QUuid> ids =
-            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s),
-                         add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        const QList<QUuid> ids = addClips({u"a"_s, u"b"_s, u"c"_s});
         service->cancelItem(ids[2]);
         service->startBatch();
         service->retryItem(ids[2]);
@@ -455,7 +453,7 @@ private Q_SLOTS:
         service->retryFailed(); // nothing pending, nothing failed: on and off again
         QCOMPARE(remuxing.size(), 2);
         QCOMPARE(itemAt(skipped).status, ProcessingStatus::skipped);
-        const QUuid pending = addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s)}).first();
+        const QUuid pending = addClips({u"a"_s}).first();
         service->retryFailed();
         QCOMPARE(itemAt(pending).status, ProcessingStatus::processing);
         release(u"a.mp4"_s);
@@ -465,9 +463,7 @@ private Q_SLOTS:
     void clearCompletedDuringABatchLeavesTheRestAndTheTally() {
         useFakeFfmpeg(u"hold"_s);
         addAndProbe({add(u"h264_aac.mp4"_s)}); // skipped early
-        const QList<QUuid> ids =
-            addAndProbe({add(u"h264_aac.mkv"_s, u"a.mkv"_s), add(u"h264_aac.mkv"_s, u"b.mkv"_s),
-                         add(u"h264_aac.mkv"_s, u"c.mkv"_s)});
+        const QList<QUuid> ids = addClips({u"a"_s, u"b"_s, u"c"_s});
         service->startBatch();
         release(u"a.mp4"_s);
         QTRY_COMPARE(itemAt(ids[0]).status, ProcessingStatus::completed);
