@@ -209,7 +209,12 @@ QCoro::Task<> RemuxService::runItem(QUuid id, QString url, std::optional<MediaIn
             co_await previous.task.finished();
         }
     }
-    co_await processItem(id, url, cachedInfo, stop);
+    // A run cancelled before it began has nothing to undo: whoever cancelled it has
+    // set the item, and starting its child now would only make the user wait for a
+    // whole remux that is then thrown away (a quit would hang on it).
+    if (!stop.stop_requested()) {
+        co_await processItem(id, url, cachedInfo, stop);
+    }
 
     if (activeTasks_.contains(id) && activeTasks_.value(id).run == run) {
         activeTasks_.remove(id);

@@ -227,6 +227,20 @@ FileListView::FileListView(RemuxService& service, QWidget* parent)
     connect(model_, &QAbstractItemModel::rowsInserted, this, &FileListView::updateOverlay);
     connect(model_, &QAbstractItemModel::rowsRemoved, this, &FileListView::updateOverlay);
     connect(model_, &QAbstractItemModel::modelReset, this, &FileListView::updateOverlay);
+    // A bulk change (Clear Completed) resets the model; the rows that stay keep their
+    // selection, and only the ids that are gone leave it.
+    connect(model_, &QAbstractItemModel::modelAboutToBeReset, this,
+            [this] { keptSelection_ = selectedIds(); });
+    connect(model_, &QAbstractItemModel::modelReset, this, [this] {
+        QItemSelection kept;
+        for (int row = 0; row < model_->rowCount(); ++row) {
+            if (keptSelection_.contains(model_->itemAt(row).id)) {
+                kept.select(model_->index(row), model_->index(row));
+            }
+        }
+        selectionModel()->select(kept, QItemSelectionModel::Select);
+        keptSelection_.clear();
+    });
     updateOverlay();
 }
 

@@ -49,4 +49,5 @@ private:
     QueueModel* model_;
     DropOverlay* overlay_;
     bool dragging_ = false;
+    QSet<QUuid> keptSelection_;
 };

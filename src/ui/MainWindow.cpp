@@ -1,12 +1,14 @@
 #include "MainWindow.h"
 
 #include "AppDelegate.h"
+#include "ControlBar.h"
 #include "DropFeedbackBanner.h"
 #include "FileListView.h"
 #include "intake/Panels.h"
 #include "tools/FFmpegService.h"
 
 #include <QCloseEvent>
+#include <QFrame>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPushButton>
@@ -27,6 +29,12 @@ MainWindow::MainWindow(AppDelegate& app, QWidget* parent)
     banner_ = new DropFeedbackBanner(app.remuxer(), content);
     stack->addWidget(banner_);
     stack->addWidget(list_, 1);
+    auto* divider = new QFrame(content);
+    divider->setFrameShape(QFrame::HLine);
+    divider->setFrameShadow(QFrame::Sunken);
+    stack->addWidget(divider);
+    bar_ = new ControlBar(app.remuxer(), *list_, content);
+    stack->addWidget(bar_);
     setCentralWidget(content);
     RemuxService& engine = app_.remuxer();
 
@@ -82,7 +90,23 @@ QAction* MainWindow::action(const QString& text) const {
     return nullptr;
 }
 
+// "Morvane", or during a batch "Morvane — 4 of 10": finished items of all items.
+void MainWindow::updateTitle() {
+    const RemuxService& engine = app_.remuxer();
+    if (!engine.isRemuxing()) {
+        setWindowTitle(u"Morvane"_s);
+        return;
+    }
+    const QList<RemuxItem>& items = engine.items();
+    const auto finished = std::count_if(items.begin(), items.end(), [](const RemuxItem& i) {
+        return i.status == ProcessingStatus::completed || i.status == ProcessingStatus::skipped ||
+               i.status == ProcessingStatus::failed;
+    });
+    setWindowTitle(u"Morvane \u2014 %1 of %2"_s.arg(finished).arg(items.size()));
+}
+
 void MainWindow::updateMenus() {
+    updateTitle();
     const RemuxService& engine = app_.remuxer();
     const QList<RemuxItem>& items = engine.items();
     const auto any = [&items](auto test) { return std::any_of(items.begin(), items.end(), test); };

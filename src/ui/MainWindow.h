@@ -6,6 +6,7 @@
 #include <QMainWindow>
 
 class AppDelegate;
+class ControlBar;
 class DropFeedbackBanner;
 class FileListView;
 class QAction;
@@ -17,6 +18,7 @@ public:
 
     FileListView& list() { return *list_; }
     DropFeedbackBanner& banner() { return *banner_; }
+    ControlBar& bar() { return *bar_; }
     QAction* action(const QString& text) const;
     void confirmClearAll();
 
@@ -27,10 +29,12 @@ protected:
 private:
     void checkEnvironment();
     void updateMenus();
+    void updateTitle();
 
     AppDelegate& app_;
     FileListView* list_;
     DropFeedbackBanner* banner_ = nullptr;
+    ControlBar* bar_ = nullptr;
     QAction* import_ = nullptr;
     QAction* clearCompleted_ = nullptr;
     QAction* clearAll_ = nullptr;

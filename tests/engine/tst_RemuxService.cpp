@@ -331,6 +331,17 @@ private Q_SLOTS:
         QCOMPARE(QDir(folder->path()).entryList(QDir::Files), QStringList({u"subtitles.mkv"_s}));
     }
 
+    void aRunCancelledBeforeItBeganStartsNoChild() {
+        useFakeFfmpeg(u"hold"_s);
+        const QUuid id = addClips({u"a"_s}).first();
+        service->startBatch();
+        service->cancelItem(id); // in the same turn: the task's body has not begun
+        QVERIFY(!service->isRemuxing());
+        QTest::qWait(300);
+        QVERIFY(fakeLog().isEmpty());
+        QCOMPARE(itemAt(id).error, std::optional(u"Cancelled"_s));
+    }
+
     void aChildIgnoringSigtermKeepsNoSlot() {
         useFakeFfmpeg(u"stubborn"_s);
         const QList<QUuid> ids = addClips({u"a"_s, u"b"_s, u"c"_s});

@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 #include "ui/AppDelegate.h"
+#include "ui/ControlBar.h"
 #include "ui/DropFeedbackBanner.h"
 #include "ui/DropOverlay.h"
 #include "ui/FileItemRow.h"
@@ -11,6 +12,7 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -116,6 +118,9 @@ private Q_SLOTS:
         quits = 0;
     }
     void cleanup() {
+        for (QMessageBox* box : window->findChildren<QMessageBox*>()) {
+            box->done(QMessageBox::Cancel);
+        }
         window.reset();
         app.reset();
         FFmpegServiceTesting::setSharedSupportPath(TestSupport::bundledSupportPath());
@@ -330,6 +335,110 @@ private Q_SLOTS:
             }
         }
         QVERIFY(engine().items().isEmpty());
+    }
+
+    void barFollowsTheQueue() {
+        ControlBar& bar = window->bar();
+        const auto shown = [&](const char* name) {
+            return bar.button(QString::fromLatin1(name))->isVisibleTo(window.get());
+        };
+        const auto on = [&](const char* name) {
+            return bar.button(QString::fromLatin1(name))->isEnabled();
+        };
+        QVERIFY(!on("start") && !on("clearCompleted"));
+        QVERIFY(!shown("remove") && !shown("cancel") && !shown("retryFailed"));
+        QVERIFY(shown("import") && shown("saveTo"));
+
+        useHoldingFfmpeg();
+        addAndProbe({u"no_video.mkv"_s, u"h264_aac.mkv>a.mkv"_s});
+        QVERIFY(shown("retryFailed"));
+        bar.button(u"start"_s)->click();
+        QVERIFY(!on("start") && shown("cancel") && !shown("retryFailed"));
+        release(u"a.mp4"_s);
+        QTRY_VERIFY(!engine().isRemuxing());
+        QVERIFY(on("start") && !shown("cancel") && shown("retryFailed") && on("clearCompleted"));
+    }
+
+    void removeButtonAsksWhenItShould() {
+        useHoldingFfmpeg();
+        const QList<QUuid> ids = addAndProbe({u"h264_aac.mkv>a.mkv"_s, u"h264_aac.mkv>b.mkv"_s,
+                                              u"h264_aac.mkv>c.mkv"_s, u"h264_aac.mkv>d.mkv"_s});
+        FileListView& list = window->list();
+        QPushButton* remove = window->bar().button(u"remove"_s);
+        const auto select = [&](QList<int> rows) {
+            list.clearSelection();
+            for (int row : rows) {
+                list.selectionModel()->select(list.model()->index(row, 0),
+                                              QItemSelectionModel::Select);
+            }
+        };
+        select({3}); // one pending row: gone at once
+        QCOMPARE(remove->text(), u"Remove"_s);
+        remove->click();
+        QCOMPARE(engine().items().size(), 3);
+        QVERIFY(!window->findChild<QMessageBox*>(u"removeSelectionConfirmation"_s));
+
+        select({1, 2}); // two pending rows: the dialog counts them
+        QCOMPARE(remove->text(), u"Remove 2"_s);
+        remove->click();
+        QMessageBox* confirm = window->findChild<QMessageBox*>(u"removeSelectionConfirmation"_s);
+        QVERIFY(confirm);
+        QCOMPARE(confirm->windowTitle(), u"Remove 2 items?"_s);
+        confirm->button(QMessageBox::Cancel)->click();
+        QCOMPARE(engine().items().size(), 3);
+        QTRY_VERIFY(!window->findChild<QMessageBox*>(u"removeSelectionConfirmation"_s));
+
+        engine().startBatch(); // a and b run
+        QTRY_COMPARE(engine().item(ids[0])->status, ProcessingStatus::processing);
+        select({0});
+        remove->click();
+        QTRY_VERIFY((confirm = window->findChild<QMessageBox*>(u"removeSelectionConfirmation"_s)));
+        QCOMPARE(confirm->windowTitle(), u"Remove this item?"_s);
+        QCOMPARE(
+            confirm->text(),
+            u"This stops any in-progress conversion for the selected items. Source files are not affected."_s);
+        for (QAbstractButton* button : confirm->buttons()) {
+            if (button->text() == u"Remove") {
+                button->click();
+            }
+        }
+        QVERIFY(!engine().item(ids[0]));
+        QVERIFY(list.selectedIds().isEmpty());
+        engine().cancelAll();
+    }
+
+    void saveToToggles() {
+        QPushButton* saveTo = window->bar().button(u"saveTo"_s);
+        QCOMPARE(saveTo->text(), u"Save To…"_s);
+        QCOMPARE(saveTo->toolTip(), u"Choose a folder for all converted files"_s);
+        engine().setCustomOutputDirectory(folder->filePath(u"Exports"_s));
+        QCOMPARE(saveTo->text(), u"Save To: Exports"_s);
+        QCOMPARE(saveTo->toolTip(), u"Click to reset to source folder"_s);
+        saveTo->click();
+        QVERIFY(!engine().customOutputDirectory());
+        QCOMPARE(saveTo->text(), u"Save To…"_s);
+    }
+
+    void titleCountsFinishedItemsDuringABatch() {
+        useHoldingFfmpeg();
+        QStringList media{u"no_video.mkv"_s};
+        for (const char* name : {"a", "b", "c", "d", "e", "f", "g", "h", "i"}) {
+            media.append(u"h264_aac.mkv>%1.mkv"_s.arg(QLatin1StringView(name)));
+        }
+        addAndProbe(media);
+        for (const char* name : {"a", "b", "c"}) {
+            release(u"%1.mp4"_s.arg(QLatin1StringView(name)));
+        }
+        QCOMPARE(window->windowTitle(), u"Morvane"_s);
+        engine().startBatch();
+        QTRY_COMPARE(window->windowTitle(), u"Morvane — 4 of 10"_s);
+        // Clear Completed during the run lowers both numbers, and the selection.
+        window->list().selectAll();
+        engine().clearCompleted();
+        QCOMPARE(window->windowTitle(), u"Morvane — 1 of 7"_s);
+        QCOMPARE(window->list().selectedIds().size(), 7);
+        engine().cancelAll();
+        QCOMPARE(window->windowTitle(), u"Morvane"_s);
     }
 
     void quitGuard() {
