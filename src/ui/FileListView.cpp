@@ -13,6 +13,7 @@
 #include <QMimeData>
 #include <QPainter>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <QStyledItemDelegate>
 #include <QTextLayout>
 
@@ -49,7 +50,7 @@ const QColor errorRed(0xd7, 0x30, 0x27);
 // progress bar drawn by the style.
 class FileItemDelegate final : public QStyledItemDelegate {
 public:
-    using QStyledItemDelegate::QStyledItemDelegate;
+    explicit FileItemDelegate(QAbstractItemView* view) : QStyledItemDelegate(view), view_(view) {}
 
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
         const RemuxItem item = index.data(QueueModel::ItemRole).value<RemuxItem>();
@@ -58,10 +59,13 @@ public:
         int height =
             2 * padding + head.height() + gap + small.height() + gap + std::max(small.height(), 16);
         if (!FileItemRow::errorLine(item).isEmpty()) {
+            // While the list lays itself out the option carries neither a rect nor the
+            // view; the row is as wide as the view.
+            const int rowWidth =
+                option.rect.width() > 0 ? option.rect.width() : view_->viewport()->width();
             height +=
-                gap +
-                errorLines(item, caption(option.font), option.rect.width() - 2 * margin).size() *
-                    small.lineSpacing();
+                gap + int(errorLines(item, caption(option.font), rowWidth - 2 * margin).size()) *
+                          small.lineSpacing();
         }
         return {option.rect.width(), height + 2 * padding};
     }
@@ -146,6 +150,8 @@ public:
     }
 
 private:
+    QAbstractItemView* view_;
+
     // The error wrapped to the row's width, at most three lines, the last one
     // ending in an ellipsis when the text goes on.
     static QStringList errorLines(const RemuxItem& item, const QFont& font, int width) {
@@ -225,6 +231,12 @@ FileListView::FileListView(RemuxService& service, QWidget* parent)
     setAccessibleDescription(u"Drop video files onto this list to add them to the queue"_s);
     setAccessibleName(u"Queue"_s);
     connect(model_, &QAbstractItemModel::rowsInserted, this, &FileListView::updateOverlay);
+    connect(model_, &QAbstractItemModel::rowsInserted, this,
+            [this](const QModelIndex&, int first, int last) { rememberHeights(first, last); });
+    connect(model_, &QAbstractItemModel::modelReset, this, [this] {
+        laidOutHeights_.clear();
+        rememberHeights(0, model_->rowCount() - 1);
+    });
     connect(model_, &QAbstractItemModel::rowsRemoved, this, &FileListView::updateOverlay);
     connect(model_, &QAbstractItemModel::modelReset, this, &FileListView::updateOverlay);
     // A bulk change (Clear Completed) resets the model; the rows that stay keep their
@@ -241,24 +253,42 @@ FileListView::FileListView(RemuxService& service, QWidget* parent)
         selectionModel()->select(kept, QItemSelectionModel::Select);
         keptSelection_.clear();
     });
+    rememberHeights(0, model_->rowCount() - 1);
     updateOverlay();
 }
 
 // One item's change repaints its row alone while the row keeps its height, as it
-// does through every progress update. QListView would repaint the whole viewport.
+// does through every progress update; QListView would repaint the whole viewport.
+// The height a row was last laid out with is remembered here, since visualRect()
+// reports a fresh size at the old position.
 void FileListView::dataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight,
                                const QList<int>& roles) {
     if (topLeft == bottomRight && topLeft.isValid()) {
-        const QRect row = visualRect(topLeft);
-        QStyleOptionViewItem option;
-        initViewItemOption(&option);
-        option.rect = row;
-        if (!row.isEmpty() && itemDelegate()->sizeHint(option, topLeft).height() == row.height()) {
-            viewport()->update(row);
+        const int height = rowHeight(topLeft);
+        const QUuid id = topLeft.data(QueueModel::IdRole).toUuid();
+        if (laidOutHeights_.value(id, -1) == height) {
+            viewport()->update(visualRect(topLeft));
             return;
         }
+        laidOutHeights_.insert(id, height);
     }
+    // A row that grows or shrinks (an error line came or went) moves the rows below.
+    scheduleDelayedItemsLayout();
     QListView::dataChanged(topLeft, bottomRight, roles);
+}
+
+int FileListView::rowHeight(const QModelIndex& index) const {
+    QStyleOptionViewItem option;
+    initViewItemOption(&option);
+    option.rect = QRect(0, 0, viewport()->width(), 0);
+    return itemDelegate()->sizeHint(option, index).height();
+}
+
+void FileListView::rememberHeights(int first, int last) {
+    for (int row = first; row <= last; ++row) {
+        const QModelIndex index = model_->index(row);
+        laidOutHeights_.insert(index.data(QueueModel::IdRole).toUuid(), rowHeight(index));
+    }
 }
 
 QSet<QUuid> FileListView::selectedIds() const {
@@ -276,6 +306,15 @@ void FileListView::updateOverlay() {
 
 void FileListView::resizeEvent(QResizeEvent* event) {
     QListView::resizeEvent(event);
+    // Error lines wrap to the width, so a new width may give those rows new heights;
+    // the list lays itself out again after a resize anyway.
+    if (event->size().width() != event->oldSize().width()) {
+        for (int row = 0; row < model_->rowCount(); ++row) {
+            if (!FileItemRow::errorLine(model_->itemAt(row)).isEmpty()) {
+                rememberHeights(row, row);
+            }
+        }
+    }
     overlay_->setGeometry(viewport()->geometry());
 }
 

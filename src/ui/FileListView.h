@@ -6,6 +6,7 @@
 
 #include "QueueModel.h"
 
+#include <QHash>
 #include <QListView>
 #include <QSet>
 #include <QUuid>
@@ -43,6 +44,8 @@ protected:
 
 private:
     void setDragging(bool dragging);
+    int rowHeight(const QModelIndex& index) const;
+    void rememberHeights(int first, int last);
     void updateOverlay();
 
     RemuxService& service_;
@@ -50,4 +53,5 @@ private:
     DropOverlay* overlay_;
     bool dragging_ = false;
     QSet<QUuid> keptSelection_;
+    QHash<QUuid, int> laidOutHeights_;
 };

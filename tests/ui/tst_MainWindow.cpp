@@ -478,6 +478,12 @@ private Q_SLOTS:
             QTest::qWait(300);
             QVERIFY(window->grab().save(QString::fromLocal8Bit(target)));
         }
+        // Rows stand one below the other, the failed one taller for its error line.
+        FileListView& list = window->list();
+        QTRY_COMPARE(list.visualRect(list.model()->index(4, 0)).top(),
+                     list.visualRect(list.model()->index(3, 0)).bottom() + 1);
+        QVERIFY(list.visualRect(list.model()->index(3, 0)).height() >
+                list.visualRect(list.model()->index(2, 0)).height());
         QCOMPARE(rawValue(engine().items().at(2).status), u"Skipped"_s);
         QCOMPARE(rawValue(engine().items().at(3).status), u"Error"_s);
         QCOMPARE(engine().items().at(4).status, ProcessingStatus::processing);
