@@ -1,6 +1,7 @@
 #include "HelpWindow.h"
 
-#include <QScrollArea>
+#include "HelpView.h"
+
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
@@ -12,8 +13,5 @@ HelpWindow::HelpWindow(QWidget* parent) : QWidget(parent, Qt::Window) {
     resize(760, 720);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
-    scroll->setWidgetResizable(true);
-    scroll->setWidget(new QWidget(scroll));
-    layout->addWidget(scroll);
+    layout->addWidget(new HelpView(this));
 }

@@ -5,6 +5,7 @@
 #include "ui/DropOverlay.h"
 #include "ui/FileItemRow.h"
 #include "ui/FileListView.h"
+#include "ui/HelpView.h"
 #include "ui/MainWindow.h"
 
 #include <QAbstractButton>
@@ -296,6 +297,37 @@ private Q_SLOTS:
         QCOMPARE(help->windowTitle(), u"Morvane Help"_s);
         window->action(u"Morvane Help"_s)->trigger();
         QCOMPARE(app->helpWindow(), help);
+    }
+
+    void helpTexts() {
+        window->action(u"Morvane Help"_s)->trigger();
+        HelpView* help = app->helpWindow()->findChild<HelpView*>();
+        QVERIFY(help);
+        const QStringList texts = help->texts();
+        const QString all = texts.join(u'\n');
+        for (const QString& title :
+             {u"What Morvane Does"_s, u"Supported Files"_s, u"How Video Is Handled"_s,
+              u"How Audio Is Handled"_s, u"How Subtitles Are Handled"_s, u"Skipped Files"_s,
+              u"Output Location"_s, u"How to Use"_s, u"Keyboard Shortcuts"_s, u"Privacy"_s,
+              u"Support"_s, u"Credits"_s}) {
+            QVERIFY2(texts.contains(title), qPrintable(title));
+        }
+        QVERIFY(texts.contains(RemuxItem::supportedFormatsLabel()));
+        // Markdown is rendered, never shown as marks.
+        QVERIFY(texts.contains(
+            u"Subtitles come in two kinds, and Morvane handles each differently."_s));
+        QVERIFY(all.contains(u"Morvane remuxes video files into MP4s that play in QuickTime"_s));
+        QVERIFY(!all.contains(u"**"_s));
+        QVERIFY(!all.contains(u"⌘"_s)); // this build's keys are Ctrl ones
+        QVERIFY(texts.contains(u"Ctrl+O"_s) && texts.contains(u"Ctrl+Return"_s));
+        QVERIFY(
+            all.contains(u"Morvane uses FFmpeg "_s + QStringLiteral(MORVANE_TEST_FFMPEG_VERSION)));
+        const QByteArray target = qgetenv("MORVANE_HELP_SCREENSHOT");
+        if (!target.isEmpty()) {
+            app->helpWindow()->resize(760, 720);
+            QTest::qWait(300);
+            QVERIFY(app->helpWindow()->grab().save(QString::fromLocal8Bit(target)));
+        }
     }
 
     void missingToolsRaiseTheAlertEachTimeTheWindowShows() {
