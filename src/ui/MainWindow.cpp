@@ -12,6 +12,8 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QStyle>
+#include <QSystemTrayIcon>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -146,10 +148,39 @@ void MainWindow::showEvent(QShowEvent* event) {
     QTimer::singleShot(0, this, &MainWindow::checkEnvironment);
 }
 
+// Closing the window with no batch running quits. During a batch the window only
+// goes away: the batch runs on, the tray icon (where the desktop has a tray) and a
+// second launch bring it back.
 void MainWindow::closeEvent(QCloseEvent* event) {
-    // Closing the window is asking to quit, through the same guard as Quit.
     event->ignore();
-    app_.requestQuit(this);
+    if (!app_.remuxer().isRemuxing()) {
+        app_.requestQuit(this);
+        return;
+    }
+    hide();
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        if (!tray_) {
+            tray_ = new QSystemTrayIcon(
+                windowIcon().isNull() ? style()->standardIcon(QStyle::SP_MediaPlay) : windowIcon(),
+                this);
+            tray_->setToolTip(u"Morvane"_s);
+            auto* menu = new QMenu(this);
+            menu->addAction(u"Show"_s, this, &MainWindow::bringForward);
+            menu->addAction(u"Quit"_s, this, [this] { app_.requestQuit(this); });
+            tray_->setContextMenu(menu);
+            connect(tray_, &QSystemTrayIcon::activated, this, &MainWindow::bringForward);
+        }
+        tray_->show();
+    }
+}
+
+void MainWindow::bringForward() {
+    if (tray_) {
+        tray_->hide();
+    }
+    show();
+    raise();
+    activateWindow();
 }
 
 void MainWindow::checkEnvironment() {

@@ -10,6 +10,7 @@ class ControlBar;
 class DropFeedbackBanner;
 class FileListView;
 class QAction;
+class QSystemTrayIcon;
 
 class MainWindow final : public QMainWindow {
     Q_OBJECT
@@ -21,6 +22,8 @@ public:
     ControlBar& bar() { return *bar_; }
     QAction* action(const QString& text) const;
     void confirmClearAll();
+    // Shows the window again and raises it (another launch, the tray).
+    void bringForward();
 
 protected:
     void showEvent(QShowEvent* event) override;
@@ -43,4 +46,5 @@ private:
     QAction* retryFailed_ = nullptr;
     QAction* chooseFolder_ = nullptr;
     QAction* useSourceFolder_ = nullptr;
+    QSystemTrayIcon* tray_ = nullptr;
 };

@@ -1,10 +1,17 @@
-// The application's entry: the delegate and its engine first, then the window.
+// The application's entry: one instance per session; the delegate and its engine
+// first, then the window. File paths given by the desktop ("Open With") join the
+// queue of the running instance as an import does.
 
 #include "AppDelegate.h"
 #include "MainWindow.h"
+#include "SingleInstance.h"
 
 #include <QApplication>
+#include <QDir>
+#include <QLoggingCategory>
 #include <QSessionManager>
+
+Q_LOGGING_CATEGORY(lcApp, "com.morvane.App")
 
 int main(int argc, char* argv[]) {
     QApplication app(argc, argv);
@@ -12,8 +19,26 @@ int main(int argc, char* argv[]) {
     QApplication::setApplicationVersion(QStringLiteral(MORVANE_VERSION));
     QApplication::setDesktopFileName(QStringLiteral("morvane"));
 
+    const QStringList paths = QApplication::arguments().mid(1);
+    SingleInstance instance;
+    if (instance.forwardToRunning(paths)) {
+        return 0;
+    }
+    instance.listen();
+
     AppDelegate delegate;
     MainWindow window(delegate);
+    const auto open = [&delegate](const QStringList& files) {
+        if (!files.isEmpty()) {
+            delegate.remuxer().addFiles(files, 0);
+        }
+    };
+    QObject::connect(&instance, &SingleInstance::activated, &window, [&](const QStringList& files) {
+        qCInfo(lcApp, "Another launch handed over %lld path(s)",
+               static_cast<long long>(files.size()));
+        window.bringForward();
+        open(files);
+    });
     // A session logout is a quit request like any other.
     QObject::connect(&app, &QGuiApplication::commitDataRequest, &delegate,
                      [&](QSessionManager& manager) {
@@ -23,5 +48,10 @@ int main(int argc, char* argv[]) {
                      });
     delegate.applicationDidFinishLaunching();
     window.show();
+    QStringList files;
+    for (const QString& path : paths) {
+        files.append(QDir::cleanPath(QDir::current().absoluteFilePath(path)));
+    }
+    open(files);
     return app.exec();
 }

@@ -473,6 +473,22 @@ private Q_SLOTS:
         QCOMPARE(window->windowTitle(), u"Morvane"_s);
     }
 
+    void closingTheWindow() {
+        window->close(); // idle: a quit request, granted at once
+        QCOMPARE(quits, 1);
+        useHoldingFfmpeg();
+        addAndProbe({u"h264_aac.mkv>a.mkv"_s});
+        window->show();
+        engine().startBatch();
+        window->close(); // during a batch: the window goes, the batch stays
+        QCOMPARE(quits, 1);
+        QVERIFY(!window->isVisible());
+        QVERIFY(engine().isRemuxing());
+        window->bringForward();
+        QVERIFY(window->isVisible());
+        engine().cancelAll();
+    }
+
     void quitGuard() {
         QVERIFY(app->applicationShouldTerminate(window.get())); // idle: no alert
         useHoldingFfmpeg();
