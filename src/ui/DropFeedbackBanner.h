@@ -6,6 +6,7 @@
 
 #include <QFrame>
 
+class QGraphicsOpacityEffect;
 class QLabel;
 class QToolButton;
 class RemuxService;
@@ -16,6 +17,8 @@ public:
     explicit DropFeedbackBanner(RemuxService& service, QWidget* parent = nullptr);
 
     QString text() const;
+    // Whether the banner is up, or on its way up (the animation aside).
+    bool isShowing() const { return shown_; }
     QToolButton* dismissButton() const { return dismiss_; }
 
 private:
@@ -24,4 +27,6 @@ private:
     RemuxService& service_;
     QLabel* text_;
     QToolButton* dismiss_;
+    QGraphicsOpacityEffect* opacity_ = nullptr;
+    bool shown_ = false;
 };

@@ -223,11 +223,13 @@ private Q_SLOTS:
         QVERIFY(!list.isDragging());
         QTRY_COMPARE(engine().items().size(), 1);
         QCOMPARE(engine().dropFeedbackMessage(), std::optional(u"1 unsupported file skipped"_s));
-        QVERIFY(window->banner().isVisible());
+        QVERIFY(window->banner().isShowing());
+        QTRY_VERIFY(window->banner().isVisible());
         QCOMPARE(window->banner().text(), u"1 unsupported file skipped"_s);
         QCOMPARE(window->banner().dismissButton()->accessibleName(), u"Dismiss notification"_s);
         window->banner().dismissButton()->click();
-        QVERIFY(!window->banner().isVisible());
+        QVERIFY(!window->banner().isShowing());
+        QTRY_VERIFY(!window->banner().isVisible()); // after its 0.2 s slide
         QVERIFY(!engine().dropFeedbackMessage());
         QVERIFY(!list.overlay()->isVisible());
         engine().removeItem(engine().items().first().id);
@@ -320,6 +322,16 @@ private Q_SLOTS:
         QVERIFY(!all.contains(u"**"_s));
         QVERIFY(!all.contains(u"⌘"_s)); // this build's keys are Ctrl ones
         QVERIFY(texts.contains(u"Ctrl+O"_s) && texts.contains(u"Ctrl+Return"_s));
+        for (
+            const QString& text :
+            {u"The video stream is copied bit-for-bit into the new MP4 — no re-encoding, no quality loss. Even very large files typically finish in seconds because Morvane is rewriting the container, not rebuilding the picture."_s,
+             u"A file marked Skipped is not an error. It means one of two things:"_s,
+             u"A converted file with the same name already exists at the destination. Morvane will not overwrite existing files."_s,
+             u"(Optional) Click Save To… to send every converted file to a single folder."_s,
+             u"Cancel everything currently running"_s,
+             u"Text subtitles (SubRip, SSA/ASS, mov_text, WebVTT) are stored as words plus timing data — the .srt files you'll find on subtitle download sites are this kind. Morvane embeds them inside the new MP4 as mov_text tracks AND extracts each one as a side-by-side .srt file you can edit or use elsewhere."_s}) {
+            QVERIFY2(texts.contains(text), qPrintable(text));
+        }
         QVERIFY(
             all.contains(u"Morvane uses FFmpeg "_s + QStringLiteral(MORVANE_TEST_FFMPEG_VERSION)));
         const QByteArray target = qgetenv("MORVANE_HELP_SCREENSHOT");
