@@ -342,6 +342,58 @@ private Q_SLOTS:
         }
     }
 
+    // Every paragraph, step, bullet and shortcut row, as the reader sees it.
+    void everyHelpTextIsThere() {
+        window->action(u"Morvane Help"_s)->trigger();
+        const QStringList texts = app->helpWindow()->findChild<HelpView*>()->texts();
+        // clang-format off
+        const QStringList expected{
+            u"Morvane remuxes video files into MP4s that play in QuickTime, Photos, Final Cut, and other Apple apps. Remuxing means changing the file's container — the outer format that holds the video and audio streams — without re-encoding the streams themselves. The video and audio are copied across exactly as they were in the original."_s,
+            u"Because nothing is re-encoded, conversion finishes in seconds rather than hours, and the picture and sound are bit-for-bit identical to the source. The new file is also roughly the same size as the original."_s,
+            u"Morvane accepts files with any of these container extensions:"_s,
+            u"The extension is only half the story. Inside any video file, the picture data is stored in one of many possible video codecs (the format the video is encoded in). QuickTime only plays a handful of codecs, so Morvane can only remux files whose contents match. An AVI containing H.264 video will work; the same AVI containing an older codec like DivX or Xvid will not."_s,
+            u"Compatible video codecs: H.264, HEVC, ProRes, MJPEG, and AV1 (the newer codec used by YouTube and Netflix). You don't need to know which codec your file uses ahead of time — drop it in and Morvane will tell you if it can't convert one. The rest of your batch keeps running either way."_s,
+            u"Drop a folder to add every supported file inside it, including subfolders."_s,
+            u"The video stream is copied bit-for-bit into the new MP4 — no re-encoding, no quality loss. Even very large files typically finish in seconds because Morvane is rewriting the container, not rebuilding the picture."_s,
+            u"HEVC files (the codec iPhones use for modern recordings) are automatically tagged with the hvc1 marker that QuickTime requires. The one common case Morvane can't handle is 10-bit H.264 (sometimes labeled Hi10P), which QuickTime itself doesn't support — those files are rejected with a clear message."_s,
+            u"Audio is copied across untouched whenever it's already in a QuickTime-compatible codec: AAC, MP3, Apple Lossless, AC3, or EAC3 (the latter two are the Dolby Digital surround formats found on most movies)."_s,
+            u"Less common audio codecs — DTS, FLAC, Vorbis, Opus, TrueHD, and so on — aren't playable by QuickTime, so Morvane transcodes (re-encodes) them to AAC stereo at 192 kbps. This audio transcode is the only re-encoding Morvane ever performs; everything else, video included, is a bit-for-bit copy."_s,
+            u"Subtitles come in two kinds, and Morvane handles each differently."_s,
+            u"Text subtitles (SubRip, SSA/ASS, mov_text, WebVTT) are stored as words plus timing data — the .srt files you'll find on subtitle download sites are this kind. Morvane embeds them inside the new MP4 as mov_text tracks AND extracts each one as a side-by-side .srt file you can edit or use elsewhere."_s,
+            u"Bitmap subtitles (PGS from Blu-rays, VobSub from DVDs) store each subtitle as a small image rather than text. They can't be converted to text without OCR, which Morvane doesn't do, so they're skipped. The video and audio still convert normally — only the bitmap subtitle tracks are dropped from the output."_s,
+            u"A file marked Skipped is not an error. It means one of two things:"_s,
+            u"If you're not sure whether a file needs converting, drop it in — Morvane will tell you."_s,
+            u"By default, the converted file is saved next to the original — same folder, same base name. Drop in Vacation.mkv from your Movies folder and you'll find Vacation.mp4 in the same folder when it finishes. MJPEG footage is written as .mov instead, since that's QuickTime's native MJPEG container. The original is left untouched."_s,
+            u"To collect all the converted files in one place, click Save To… in the toolbar and choose a folder. Every conversion will go there until you click Save To… again."_s,
+            u"If a file with the same name already exists at the destination, Morvane skips that conversion rather than overwriting it."_s,
+            u"Morvane runs entirely on your computer. It does not make network connections, collect telemetry, report analytics, or send any information about you or your files anywhere. The app has nothing to phone home to."_s,
+            u"The only files Morvane touches are the ones you drop on it and the MP4s and .srt sidecars it writes next to them (or into the folder you chose with Save To…). It does not read or catalog the rest of your disk."_s,
+            u"The file is already fully QuickTime-compatible (right container, right codecs, right HEVC tag). Remuxing it would produce a bit-for-bit copy of the original, so Morvane doesn't bother."_s,
+            u"A converted file with the same name already exists at the destination. Morvane will not overwrite existing files."_s,
+            u"Drag video files (or whole folders) onto the Morvane window. You can also click Import in the toolbar or press Ctrl+O. Folders are scanned recursively for supported files."_s,
+            u"(Optional) Click Save To… to send every converted file to a single folder."_s,
+            u"Click Start (or press Ctrl+Return). Morvane remuxes up to two files in parallel and shows live progress for each."_s,
+            u"Right-click any item to cancel, retry, or reveal it in the file manager."_s,
+            u"When the batch finishes, you'll get a notification. Use Retry Failed in the toolbar to reprocess any items that errored out."_s,
+            u"Import files or folders"_s,
+            u"Start remuxing"_s,
+            u"Start remuxing (from menu)"_s,
+            u"Cancel everything currently running"_s,
+            u"Clear completed items from the list"_s,
+            u"Show this help window"_s,
+            u"Ctrl+O"_s,
+            u"Ctrl+Return"_s,
+            u"Ctrl+R"_s,
+            u"Ctrl+Esc or Ctrl+."_s,
+            u"Ctrl+K"_s,
+            u"Ctrl+? or F1"_s,
+        };
+        // clang-format on
+        for (const QString& text : expected) {
+            QVERIFY2(texts.contains(text), qPrintable(text));
+        }
+    }
+
     void missingToolsRaiseTheAlertEachTimeTheWindowShows() {
         FFmpegServiceTesting::setSharedSupportPath(folder->filePath(u"nowhere"_s));
         window->hide();
