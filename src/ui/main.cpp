@@ -8,6 +8,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QIcon>
 #include <QLoggingCategory>
 #include <QSessionManager>
 
@@ -17,7 +18,11 @@ int main(int argc, char* argv[]) {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Morvane"));
     QApplication::setApplicationVersion(QStringLiteral(MORVANE_VERSION));
-    QApplication::setDesktopFileName(QStringLiteral("morvane"));
+    QApplication::setDesktopFileName(QStringLiteral("io.github.morvane.Morvane"));
+    QApplication::setWindowIcon(QIcon::fromTheme(
+        QStringLiteral("io.github.morvane.Morvane"),
+        QIcon(QApplication::applicationDirPath() +
+              QStringLiteral("/../share/icons/hicolor/scalable/apps/io.github.morvane.Morvane.svg"))));
 
     const QStringList paths = QApplication::arguments().mid(1);
     SingleInstance instance;
