@@ -148,6 +148,7 @@ void RemuxService::replaceItems(QList<RemuxItem> items) {
     for (const RemuxItem& item : items) {
         keys.insert(item.id, keyOf_.value(item.id));
     }
+    Q_EMIT itemsAboutToBeReset();
     keyOf_ = std::move(keys);
     items_ = std::move(items);
     Q_EMIT itemsReset();

@@ -104,7 +104,8 @@ Q_SIGNALS:
     // Around the removal of the rows first..last.
     void itemsAboutToBeRemoved(qsizetype first, qsizetype last);
     void itemsRemoved(qsizetype first, qsizetype last);
-    // Many rows went at once: read the whole list again.
+    // Around a change of many rows at once: read the whole list again afterwards.
+    void itemsAboutToBeReset();
     void itemsReset();
     void isRemuxingChanged(bool isRemuxing);
     void customOutputDirectoryChanged();

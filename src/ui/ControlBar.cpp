@@ -116,8 +116,9 @@ void ControlBar::removeSelection() {
         const std::optional<RemuxItem> item = service_.item(id);
         return item && item->status == ProcessingStatus::processing;
     });
-    const auto remove = [this] {
-        service_.removeItems(list_.selectedIds());
+    // The ids the dialog was raised for, whatever happens to the selection meanwhile.
+    const auto remove = [this, ids] {
+        service_.removeItems(ids);
         list_.clearSelection();
     };
     if (ids.size() < 2 && !anyProcessing) {

@@ -80,6 +80,13 @@ MainWindow::MainWindow(AppDelegate& app, QWidget* parent)
     connect(&engine, &RemuxService::itemsReset, this, &MainWindow::updateMenus);
     connect(&engine, &RemuxService::isRemuxingChanged, this, &MainWindow::updateMenus);
     connect(&engine, &RemuxService::customOutputDirectoryChanged, this, &MainWindow::updateMenus);
+    // With no tray to bring it back, a window closed during a batch comes back when the
+    // batch ends, rather than staying hidden in a running process.
+    connect(&engine, &RemuxService::isRemuxingChanged, this, [this](bool remuxing) {
+        if (!remuxing && !isVisible() && !tray_) {
+            bringForward();
+        }
+    });
     updateMenus();
 }
 

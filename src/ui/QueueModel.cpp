@@ -20,10 +20,8 @@ QueueModel::QueueModel(RemuxService& service, QObject* parent)
         &service_, &RemuxService::itemsAboutToBeRemoved, this,
         [this](qsizetype first, qsizetype last) { beginRemoveRows({}, int(first), int(last)); });
     connect(&service_, &RemuxService::itemsRemoved, this, [this] { endRemoveRows(); });
-    connect(&service_, &RemuxService::itemsReset, this, [this] {
-        beginResetModel();
-        endResetModel();
-    });
+    connect(&service_, &RemuxService::itemsAboutToBeReset, this, [this] { beginResetModel(); });
+    connect(&service_, &RemuxService::itemsReset, this, [this] { endResetModel(); });
 }
 
 int QueueModel::rowCount(const QModelIndex& parent) const {

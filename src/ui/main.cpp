@@ -22,7 +22,12 @@ int main(int argc, char* argv[]) {
     QApplication::setWindowIcon(QIcon::fromTheme(
         QStringLiteral("io.github.morvane.Morvane"),
         QIcon(QApplication::applicationDirPath() +
-              QStringLiteral("/../share/icons/hicolor/scalable/apps/io.github.morvane.Morvane.svg"))));
+              QStringLiteral(
+                  "/../share/icons/hicolor/scalable/apps/io.github.morvane.Morvane.svg"))));
+
+    // Only the quit guard ends the process: closing the last visible window (Help,
+    // while the main window is hidden during a batch) must not.
+    QApplication::setQuitOnLastWindowClosed(false);
 
     const QStringList paths = QApplication::arguments().mid(1);
     SingleInstance instance;
