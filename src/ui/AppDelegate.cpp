@@ -38,9 +38,9 @@ void AppDelegate::applicationDidFinishLaunching() {
     tasks_.push_back(Async::start(askNotificationPermission, &remuxer_->notifier()));
 }
 
-bool AppDelegate::applicationShouldTerminate(QWidget* parent) {
+AppDelegate::TerminateReply AppDelegate::applicationShouldTerminate(QWidget* parent) {
     if (!remuxer_->isRemuxing()) {
-        return true;
+        return TerminateReply::now;
     }
     QMessageBox alert(QMessageBox::Warning, u"Morvane"_s, u"Cancel in-progress remux?"_s,
                       QMessageBox::NoButton, parent);
@@ -53,15 +53,15 @@ bool AppDelegate::applicationShouldTerminate(QWidget* parent) {
     alert.setEscapeButton(keep);
     alert.exec();
     if (alert.clickedButton() != quit) {
-        return false;
+        return TerminateReply::cancel;
     }
     remuxer_->cancelAll();
     tasks_.push_back(Async::start(quitAfterGrace, quitGrace, quit_));
-    return false;
+    return TerminateReply::later;
 }
 
 void AppDelegate::requestQuit(QWidget* parent) {
-    if (applicationShouldTerminate(parent)) {
+    if (applicationShouldTerminate(parent) == TerminateReply::now) {
         quit_();
     }
 }

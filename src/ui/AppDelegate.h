@@ -21,9 +21,10 @@ public:
     RemuxService& remuxer() { return *remuxer_; }
 
     void applicationDidFinishLaunching();
-    // The quit guard. True: quit now. False: the quit is off, or it comes by itself
-    // 0.3 s after the confirmed cancellation.
-    bool applicationShouldTerminate(QWidget* parent);
+    // The quit guard's answer: quit now, quit by itself 0.3 s after the confirmed
+    // cancellation, or stay.
+    enum class TerminateReply { now, later, cancel };
+    TerminateReply applicationShouldTerminate(QWidget* parent);
     // What the Quit command and a closed window ask for.
     void requestQuit(QWidget* parent);
     void openHelp();

@@ -52,7 +52,10 @@ int main(int argc, char* argv[]) {
     // A session logout is a quit request like any other.
     QObject::connect(&app, &QGuiApplication::commitDataRequest, &delegate,
                      [&](QSessionManager& manager) {
-                         if (!delegate.applicationShouldTerminate(&window)) {
+                         // A confirmed quit ends by itself; only a refusal holds the
+                         // logout back.
+                         if (delegate.applicationShouldTerminate(&window) ==
+                             AppDelegate::TerminateReply::cancel) {
                              manager.cancel();
                          }
                      });

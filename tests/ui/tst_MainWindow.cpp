@@ -559,20 +559,23 @@ private Q_SLOTS:
     }
 
     void quitGuard() {
-        QVERIFY(app->applicationShouldTerminate(window.get())); // idle: no alert
+        QCOMPARE(app->applicationShouldTerminate(window.get()),
+                 AppDelegate::TerminateReply::now); // idle: no alert
         useHoldingFfmpeg();
         addAndProbe({u"h264_aac.mkv>a.mkv"_s});
         engine().startBatch();
         QTRY_VERIFY(QFile::exists(folder->filePath(u"a.mp4"_s)));
 
         answerNextAlert(u"Keep Running"_s);
-        QVERIFY(!app->applicationShouldTerminate(window.get()));
+        QCOMPARE(app->applicationShouldTerminate(window.get()),
+                 AppDelegate::TerminateReply::cancel);
         QVERIFY(engine().isRemuxing());
         QTest::qWait(500);
         QCOMPARE(quits, 0);
 
         answerNextAlert(u"Cancel Remux and Quit"_s);
-        QVERIFY(!app->applicationShouldTerminate(window.get())); // the answer comes later
+        QCOMPARE(app->applicationShouldTerminate(window.get()),
+                 AppDelegate::TerminateReply::later); // the quit comes by itself
         QVERIFY(!engine().isRemuxing());
         QTRY_COMPARE(quits, 1);
         QTRY_VERIFY(!QFile::exists(folder->filePath(u"a.mp4"_s)));
