@@ -45,7 +45,6 @@ public:
     explicit Wakeup(QObject* parent = nullptr) : QObject(parent) {}
 
     void wake();
-    bool isWoken() const { return woken_; }
 
     // `co_await wakeup.wait()` returns at once when already woken.
     struct Awaiter {

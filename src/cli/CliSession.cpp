@@ -239,14 +239,7 @@ int CliSession::run(const QStringList& paths) {
 }
 
 int CliSession::finish(bool rejectedPaths) {
-    int converted = 0;
-    int skipped = 0;
-    int failed = 0;
-    for (const RemuxItem& item : service_->items()) {
-        converted += item.status == ProcessingStatus::completed;
-        skipped += item.status == ProcessingStatus::skipped;
-        failed += item.status == ProcessingStatus::failed;
-    }
+    const BatchTally counts = tally(service_->items());
     if (interrupted_) {
         // The engine's end cancels every run and waits until each has deleted what it
         // wrote; only then does the process go.
@@ -258,22 +251,13 @@ int CliSession::finish(bool rejectedPaths) {
     }
     if (options_.json) {
         emitEvent({{u"event"_s, u"batch"_s},
-                   {u"converted"_s, converted},
-                   {u"skipped"_s, skipped},
-                   {u"failed"_s, failed}});
+                   {u"converted"_s, counts.converted},
+                   {u"skipped"_s, counts.skipped},
+                   {u"failed"_s, counts.failed}});
     } else {
-        QStringList parts;
-        if (converted > 0) {
-            parts.append(u"%1 converted"_s.arg(converted));
-        }
-        if (skipped > 0) {
-            parts.append(u"%1 skipped"_s.arg(skipped));
-        }
-        if (failed > 0) {
-            parts.append(u"%1 failed"_s.arg(failed));
-        }
+        QStringList parts = counts.parts();
         if (options_.dryRun) {
-            const int pending = int(service_->items().size()) - converted - skipped - failed;
+            const int pending = int(service_->items().size()) - counts.finished();
             parts.prepend(u"%1 to convert"_s.arg(pending));
         }
         std::printf("%s\n",
@@ -282,5 +266,5 @@ int CliSession::finish(bool rejectedPaths) {
     // Let a notification that is on its way reach the bus before the process goes.
     Async::waitFor(service_->notifier().finishPosting());
     service_.reset();
-    return (failed > 0 || rejectedPaths) ? failureExit : successExit;
+    return (counts.failed > 0 || rejectedPaths) ? failureExit : successExit;
 }

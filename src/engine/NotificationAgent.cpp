@@ -1,6 +1,7 @@
 #include "NotificationAgent.h"
 
 #include "async/Blocking.h"
+#include "model/RemuxItem.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -67,16 +68,7 @@ QCoro::Task<> NotificationAgent::requestAuthorization(std::stop_token stop) {
 }
 
 void NotificationAgent::postBatchComplete(int converted, int skipped, int failed) {
-    QStringList parts;
-    if (converted >= 1) {
-        parts.append(u"%1 converted"_s.arg(converted));
-    }
-    if (skipped >= 1) {
-        parts.append(u"%1 skipped"_s.arg(skipped));
-    }
-    if (failed >= 1) {
-        parts.append(u"%1 failed"_s.arg(failed));
-    }
+    const QStringList parts = BatchTally{converted, skipped, failed}.parts();
     if (parts.isEmpty()) {
         return;
     }

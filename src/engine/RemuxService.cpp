@@ -239,25 +239,11 @@ void RemuxService::scheduleNext() {
     if (!activeTasks_.isEmpty()) {
         return;
     }
-    int converted = 0;
-    int skipped = 0;
-    int failed = 0;
-    for (const RemuxItem& item : std::as_const(items_)) {
-        switch (item.status) {
-        case ProcessingStatus::pending:
-            return;
-        case ProcessingStatus::completed:
-            ++converted;
-            break;
-        case ProcessingStatus::skipped:
-            ++skipped;
-            break;
-        case ProcessingStatus::failed:
-            ++failed;
-            break;
-        case ProcessingStatus::processing:
-            break;
-        }
+    const bool anyPending = std::any_of(items_.begin(), items_.end(), [](const RemuxItem& item) {
+        return item.status == ProcessingStatus::pending;
+    });
+    if (anyPending) {
+        return;
     }
     // A batch that a cancellation ended posts nothing.
     if (!isRemuxing_) {
@@ -265,7 +251,8 @@ void RemuxService::scheduleNext() {
     }
     setIsRemuxing(false);
     if (postsNotification_) {
-        notifier_->postBatchComplete(converted, skipped, failed);
+        const BatchTally counts = tally(items_);
+        notifier_->postBatchComplete(counts.converted, counts.skipped, counts.failed);
     }
 }
 

@@ -42,3 +42,27 @@ const QString& RemuxItem::supportedFormatsLabel() {
     }();
     return label;
 }
+
+BatchTally tally(const QList<RemuxItem>& items) {
+    BatchTally counts;
+    for (const RemuxItem& item : items) {
+        counts.converted += item.status == ProcessingStatus::completed;
+        counts.skipped += item.status == ProcessingStatus::skipped;
+        counts.failed += item.status == ProcessingStatus::failed;
+    }
+    return counts;
+}
+
+QStringList BatchTally::parts() const {
+    QStringList parts;
+    if (converted >= 1) {
+        parts.append(u"%1 converted"_s.arg(converted));
+    }
+    if (skipped >= 1) {
+        parts.append(u"%1 skipped"_s.arg(skipped));
+    }
+    if (failed >= 1) {
+        parts.append(u"%1 failed"_s.arg(failed));
+    }
+    return parts;
+}

@@ -6,8 +6,10 @@
 #include "MediaInfo.h"
 #include "ProcessingStatus.h"
 
+#include <QList>
 #include <QSet>
 #include <QString>
+#include <QStringList>
 #include <QUuid>
 
 #include <optional>
@@ -40,3 +42,15 @@ struct RemuxItem {
 
     bool operator==(const RemuxItem&) const = default;
 };
+
+// How many items of a queue ended which way.
+struct BatchTally {
+    int converted = 0;
+    int skipped = 0;
+    int failed = 0;
+
+    int finished() const { return converted + skipped + failed; }
+    // "3 converted, 1 skipped, 2 failed", counts of 0 left out; empty when all are 0.
+    QStringList parts() const;
+};
+BatchTally tally(const QList<RemuxItem>& items);

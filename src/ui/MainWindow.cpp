@@ -107,11 +107,7 @@ void MainWindow::updateTitle() {
         return;
     }
     const QList<RemuxItem>& items = engine.items();
-    const auto finished = std::count_if(items.begin(), items.end(), [](const RemuxItem& i) {
-        return i.status == ProcessingStatus::completed || i.status == ProcessingStatus::skipped ||
-               i.status == ProcessingStatus::failed;
-    });
-    setWindowTitle(u"Morvane \u2014 %1 of %2"_s.arg(finished).arg(items.size()));
+    setWindowTitle(u"Morvane \u2014 %1 of %2"_s.arg(tally(items).finished()).arg(items.size()));
 }
 
 void MainWindow::updateMenus() {

@@ -57,18 +57,6 @@ QVariant QueueModel::data(const QModelIndex& index, int role) const {
         return QVariant::fromValue(item);
     case IdRole:
         return item.id;
-    case StatusTextRole:
-        return FileItemRow::statusText(item);
-    case PercentTextRole:
-        return FileItemRow::progressText(item);
-    case ErrorRole:
-        return FileItemRow::errorLine(item);
-    case StatusAccessibilityRole:
-        return FileItemRow::statusAccessibilityLabel(item);
-    case ProgressAccessibilityLabelRole:
-        return FileItemRow::progressAccessibilityLabel(item);
-    case ProgressAccessibilityValueRole:
-        return FileItemRow::progressAccessibilityValue(item);
     default:
         return {};
     }

@@ -14,12 +14,6 @@ public:
     enum Role {
         ItemRole = Qt::UserRole + 1, // the RemuxItem itself
         IdRole,
-        StatusTextRole,
-        PercentTextRole,
-        ErrorRole,
-        StatusAccessibilityRole,
-        ProgressAccessibilityLabelRole,
-        ProgressAccessibilityValueRole,
     };
 
     explicit QueueModel(RemuxService& service, QObject* parent = nullptr);
