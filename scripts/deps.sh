@@ -24,13 +24,15 @@ ensure_packages() {
     $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
-# Configures (once) and builds one build tree. Usage: build_tree DIR [cmake options...]
+# Configures (once) and builds one build tree, all of it or the targets named in
+# BUILD_TARGETS. Usage: build_tree DIR [cmake options...]
 build_tree() {
     local dir=$1; shift
     if [ ! -f "$dir/build.ninja" ]; then
         cmake -S "$MORVANE_ROOT" -B "$dir" -G Ninja "$@"
     fi
-    cmake --build "$dir" -j "$(nproc)"
+    # shellcheck disable=SC2086 # a list of target names
+    cmake --build "$dir" -j "$(nproc)" ${BUILD_TARGETS:+--target $BUILD_TARGETS}
 }
 
 MORVANE_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
