@@ -18,6 +18,13 @@ constexpr int maxConcurrentProbes = 4;
 
 const QString outputExistsText = u"Skipped — output file already exists"_s;
 
+// A link counts even when it leads nowhere: ffmpeg would write through it, out of
+// the folder.
+bool nameTaken(const QString& path) {
+    const QFileInfo file(path);
+    return file.exists() || file.isSymLink();
+}
+
 // The verdict of the rejection order, plus the rule that an existing output is
 // never overwritten.
 std::optional<Rejection> verdictFor(const MediaInfo& info, const QString& url,
@@ -25,7 +32,7 @@ std::optional<Rejection> verdictFor(const MediaInfo& info, const QString& url,
     if (std::optional<Rejection> rejection = rejectionFor(info, FilePath::pathExtension(url))) {
         return rejection;
     }
-    if (QFileInfo::exists(output)) {
+    if (nameTaken(output)) {
         return Rejection{ProcessingStatus::skipped, outputExistsText};
     }
     return std::nullopt;
@@ -161,14 +168,7 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         }
         const QString output = outputURL(*current);
         const QString outputFolder = FilePath::deletingLastPathComponent(output);
-        if (QFileInfo::exists(output)) {
-            updateItem(id, [&](RemuxItem& item) {
-                item.status = ProcessingStatus::skipped;
-                item.statusMessage = outputExistsText;
-            });
-            co_return;
-        }
-        // From the test to the claim nothing suspends, so no other run can come
+        // From the tests to the claims nothing suspends, so no other run can come
         // between them.
         if (inflightOutputs_.contains(output)) {
             updateItem(id, [&](RemuxItem& item) {
@@ -178,6 +178,20 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
             });
             co_return;
         }
+        // The name is claimed on disk too: ffmpeg replaces whatever stands at its
+        // output, so a file another program put there while the sidecars were being
+        // written would be lost. Creating fails on any taken name; when it fails for
+        // another reason (a folder that can't be written), ffmpeg tells why.
+        QFile claim(output);
+        if (!claim.open(QIODevice::NewOnly) && nameTaken(output)) {
+            updateItem(id, [&](RemuxItem& item) {
+                item.status = ProcessingStatus::skipped;
+                item.statusMessage = outputExistsText;
+            });
+            co_return;
+        }
+        claim.close();
+        createdOutputs = {output};
         inflightOutputs_.insert(output);
         claimedOutputs = {output};
         Q_EMIT inflightOutputsChanged();
@@ -185,7 +199,6 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
 
         if (!info.hasTextSubtitles()) {
             failedSubtitleCount = 0;
-            createdOutputs = {output};
         } else {
             const QList<FFmpegService::SubtitleExtractionPlan> plans =
                 FFmpegService::planSubtitleExtraction(url, info.subtitleStreams, outputFolder,
@@ -213,7 +226,7 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
                     kind == FFmpegError::Case::ffprobeNotFound) {
                     // The planned names were free and claimed, so whatever stands
                     // there now is what the cut-short extraction wrote.
-                    createdOutputs = existingSidecars();
+                    createdOutputs = existingSidecars() + QStringList{output};
                     throw;
                 }
                 qCCritical(lcRemuxService, "Subtitle extraction failed for %s: %s",

@@ -82,9 +82,9 @@ struct SubtitleExtractionPlan {
 
     bool operator==(const SubtitleExtractionPlan&) const = default;
 };
-// Names a sidecar for each text subtitle stream, in stream order, avoiding files
-// that exist, names taken earlier in this plan and the `reserved` paths. Reads the
-// file system only to test for existing files.
+// Names a sidecar for each text subtitle stream, in stream order, avoiding files and
+// links that exist, names taken earlier in this plan and the `reserved` paths. Reads
+// the file system only to test for existing files.
 QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
                                                      const QList<SubtitleStream>& streams,
                                                      const std::optional<QString>& outputDirectory,

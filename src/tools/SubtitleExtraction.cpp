@@ -59,8 +59,11 @@ QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
     const QString base = FilePath::deletingPathExtension(FilePath::lastPathComponent(input));
     const QString directory = outputDirectory.value_or(FilePath::deletingLastPathComponent(input));
     QSet<QString> claimed;
+    // A link is taken even when it leads nowhere: ffmpeg would write through it, out
+    // of the folder.
     const auto taken = [&](const QString& url) {
-        return QFileInfo::exists(url) || claimed.contains(url) || reserved.contains(url);
+        const QFileInfo file(url);
+        return file.exists() || file.isSymLink() || claimed.contains(url) || reserved.contains(url);
     };
 
     QList<SubtitleExtractionPlan> plans;
