@@ -4,6 +4,7 @@
 #include "FFmpegService.h"
 #include "Logging.h"
 #include "ProgressBuffer.h"
+#include "TextLines.h"
 
 #include <QRegularExpression>
 
@@ -15,6 +16,17 @@ namespace {
 const QRegularExpression& progressTimePattern() {
     static const QRegularExpression pattern(u"time=(\\d{2}):(\\d{2}):(\\d{2})\\.(\\d{2})"_s);
     return pattern;
+}
+
+// What ffmpeg prints besides its errors, and may print after the line that says
+// what went wrong: progress, the stream mapping, the note that a message repeated,
+// and an error label whose reason came out empty. The row would show it instead.
+QString withoutBookkeeping(const QString& text) {
+    static const QRegularExpression bookkeeping(
+        u"^(frame=|size=|Last message repeated|Stream mapping:|Stream #\\S+ -> |Press \\[q\\])|--$"_s);
+    QStringList lines = TextLines::nonBlankLines(text);
+    lines.removeIf([](const QString& line) { return bookkeeping.match(line).hasMatch(); });
+    return lines.join(u'\n');
 }
 } // namespace
 
@@ -84,7 +96,7 @@ QCoro::Task<> runFFmpegWithProgress(QStringList arguments, double totalDuration,
                 qCInfo(lcFFmpeg, "FFmpeg terminated by user cancellation");
                 failure = FFmpegError::cancelled();
             } else {
-                const QString lines = lastLines(text, 10);
+                const QString lines = lastLines(withoutBookkeeping(text), 10);
                 qCCritical(lcFFmpeg, "FFmpeg failed (exit %d):\n%s", status, qUtf8Printable(lines));
                 failure =
                     FFmpegError::remuxFailed(u"ffmpeg exited with code %1\n"_s.arg(status) + lines);
