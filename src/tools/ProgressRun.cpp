@@ -88,9 +88,13 @@ QCoro::Task<> runFFmpegWithProgress(QStringList arguments, double totalDuration,
         } else {
             const QString text = buffer->finish(child.readAllStandardError());
             const int status = *ending.status;
+            // ffmpeg 5.1 exits with 0 when it can't write the end of its output (the
+            // disk filled up): the file is cut short, whatever the status says.
+            const bool cutShort = text.contains(u"Error writing trailer of"_s) ||
+                                  text.contains(u"Error closing file"_s);
             // The exit status decides first: a child that finished its work despite
             // a cancellation has written a whole file.
-            if (status == 0) {
+            if (status == 0 && !cutShort) {
                 progress(1.0);
             } else if (buffer->wasCancelled()) {
                 qCInfo(lcFFmpeg, "FFmpeg terminated by user cancellation");
