@@ -4,6 +4,7 @@
 #include "async/BackgroundTask.h"
 
 #include <QThread>
+#include <QTimer>
 
 #include <algorithm>
 
@@ -51,6 +52,13 @@ void terminateIfRunning(QProcess* child) {
     const auto terminate = [child] {
         if (child->state() != QProcess::NotRunning) {
             child->terminate();
+            // A child that ignores SIGTERM would hold its run, and a quit that waits
+            // for every run, forever. The timer dies with the child.
+            QTimer::singleShot(killGrace, child, [child] {
+                if (child->state() != QProcess::NotRunning) {
+                    child->kill();
+                }
+            });
         }
     };
     if (QThread::currentThread() == child->thread()) {

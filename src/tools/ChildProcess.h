@@ -8,6 +8,7 @@
 #include <QStringList>
 #include <qcoro/qcorotask.h>
 
+#include <chrono>
 #include <optional>
 
 namespace ChildProcess {
@@ -47,8 +48,12 @@ struct Ending {
 // Output that arrives meanwhile goes to whatever the caller connected beforehand.
 QCoro::Task<Ending> runToEnd(QProcess& child);
 
-// Sends SIGTERM if the child is running. Safe from any thread: off the child's own
-// thread the signal is sent from that thread's event loop.
+// How long a child has to end after SIGTERM before it gets SIGKILL.
+constexpr std::chrono::milliseconds killGrace{5000};
+
+// Sends SIGTERM if the child is running, and SIGKILL if it still runs killGrace
+// later. Safe from any thread: off the child's own thread the signals are sent from
+// that thread's event loop.
 void terminateIfRunning(QProcess* child);
 
 } // namespace ChildProcess

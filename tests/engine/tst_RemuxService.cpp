@@ -1,6 +1,7 @@
 #include "DBusSession.h"
 #include "TestSupport.h"
 #include "engine/RemuxService.h"
+#include "tools/ChildProcess.h"
 
 #include <QFile>
 #include <QSignalSpy>
@@ -28,13 +29,16 @@ case " $* " in
     exit 0;;
 esac
 name=$(basename "$last")
+mode=$(cat "$here/mode" 2>/dev/null)
+# Signals are set up before the run shows in the log, where the tests wait for it.
+if [ "$mode" = stubborn ]; then trap '' TERM
+else trap 'kill $p 2>/dev/null; echo "term $name" >> "$here/log"; exit 255' TERM; fi
 echo "start $name" >> "$here/log"
 printf partial > "$last"
-trap 'kill $p 2>/dev/null; echo "term $name" >> "$here/log"; exit 255' TERM
-case "$(cat "$here/mode" 2>/dev/null)" in
+case "$mode" in
   fail) echo "[mp4 @ 0x1] Could not write header for output file" >&2; exit 1;;
   hold) while [ ! -e "$here/release-$name" ]; do sleep 0.02 & p=$!; wait $p; done;;
-  stubborn) trap '' TERM; while [ ! -e "$here/release-$name" ]; do sleep 0.02; done; echo "end $name" >> "$here/log"; exit 1;;
+  stubborn) while [ ! -e "$here/release-$name" ]; do sleep 0.02; done; echo "end $name" >> "$here/log"; exit 1;;
   chatty) i=0; while [ $i -lt 100 ]; do printf 'time=00:00:00.%02d \r' $i >&2; sleep 0.01 & p=$!; wait $p; i=$((i+1)); done;;
 esac
 echo "end $name" >> "$here/log"
@@ -357,6 +361,19 @@ private Q_SLOTS:
         QCOMPARE(itemAt(ids[0]).error, std::optional(u"Cancelled"_s));
         release(u"c.mp4"_s);
         QVERIFY(waitForBatchEnd());
+    }
+
+    void aChildIgnoringSigtermForGoodIsKilled() {
+        useFakeFfmpeg(u"stubborn"_s);
+        const QList<QUuid> ids = addClips({u"a"_s});
+        service->startBatch();
+        QTRY_COMPARE(fakeLog().size(), 1);
+        service->cancelItem(ids[0]);
+        QVERIFY(waitForBatchEnd());
+        QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(folder->filePath(u"a.mp4"_s)),
+                                 int(ChildProcess::killGrace.count()) + 5000);
+        QCOMPARE(itemAt(ids[0]).error, std::optional(u"Cancelled"_s));
+        QVERIFY(!fakeLog().contains(u"end a.mp4"_s));
     }
 
     void removingARunningItemStillDeletesItsFiles() {
