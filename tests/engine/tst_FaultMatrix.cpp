@@ -203,11 +203,13 @@ private Q_SLOTS:
         QTest::newRow("deaf to SIGTERM: cancel all, retry all, clear") << u"stubborn"_s << u"cancelAll retryAll clear"_s << u"gone gone gone"_s;
         QTest::newRow("quit") << u"real"_s << u"quit"_s << QString();
         QTest::newRow("deaf to SIGTERM: quit") << u"stubborn"_s << u"quit"_s << QString();
+        QTest::newRow("deaf to SIGTERM for good: quit") << u"stubborn"_s << u"hang quit"_s << QString();
     }
     // clang-format on
     // Three items, two running and held after their sidecars, the third waiting; the
-    // actions come in one go, and the children are let go a moment later. A quit
-    // destroys the engine, which waits for its runs to take their files with them.
+    // actions come in one go, and the children are let go a moment later (never,
+    // after "hang"). A quit destroys the engine, which waits for its runs to take
+    // their files with them.
     void userActionsInAnyOrder() {
         QFETCH(QString, mode);
         QFETCH(QString, actions);
@@ -242,6 +244,8 @@ private Q_SLOTS:
                 service->retryFailed();
             } else if (verb == u"clear") {
                 service->clearAll();
+            } else if (verb == u"hang") {
+                release.stop();
             } else if (verb == u"quit") {
                 service.reset();
                 QCOMPARE(Async::BackgroundTask::liveCount(), 0);
