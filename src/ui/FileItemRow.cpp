@@ -8,8 +8,21 @@ using namespace Qt::StringLiterals;
 
 namespace FileItemRow {
 
+QString printable(QString text) {
+    for (QChar& c : text) {
+        if (c.category() == QChar::Other_Control) {
+            c = QChar::ReplacementCharacter;
+        }
+    }
+    return text;
+}
+
 QString fileName(const RemuxItem& item) {
-    return FilePath::lastPathComponent(item.url);
+    return printable(FilePath::lastPathComponent(item.url));
+}
+
+QString pathText(const RemuxItem& item) {
+    return printable(item.url);
 }
 
 QString statusText(const RemuxItem& item) {
@@ -25,7 +38,8 @@ QString percentText(double progress) {
 }
 
 QString errorLine(const RemuxItem& item) {
-    return item.status == ProcessingStatus::failed ? item.error.value_or(QString()) : QString();
+    return item.status == ProcessingStatus::failed ? printable(item.error.value_or(QString()))
+                                                   : QString();
 }
 
 QString statusIconName(const RemuxItem& item) {

@@ -11,7 +11,12 @@
 
 namespace FileItemRow {
 
+// A file name may hold a line feed or other control characters, which would break
+// a row's line or vanish: each shows as U+FFFD instead.
+QString printable(QString text);
 QString fileName(const RemuxItem& item);
+// The source's whole path, as the row's second line shows it.
+QString pathText(const RemuxItem& item);
 // statusMessage if present, else the status's display word.
 QString statusText(const RemuxItem& item);
 // Whether a processing item shows a determinate bar: its duration is known and above 0.

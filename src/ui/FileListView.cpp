@@ -109,9 +109,9 @@ public:
         painter->setFont(small);
         painter->setPen(secondary(palette, selected));
         // Top-aligned in a rect with room below, so that descenders and underscores show.
-        painter->drawText(QRect(x, y, width, smallMetrics.height() + 2),
-                          Qt::AlignLeft | Qt::AlignTop,
-                          smallMetrics.elidedText(item.url, Qt::ElideMiddle, width));
+        painter->drawText(
+            QRect(x, y, width, smallMetrics.height() + 2), Qt::AlignLeft | Qt::AlignTop,
+            smallMetrics.elidedText(FileItemRow::pathText(item), Qt::ElideMiddle, width));
         y += smallMetrics.height() + gap;
 
         const int stateHeight = std::max(smallMetrics.height(), 16);

@@ -281,6 +281,15 @@ private Q_SLOTS:
         QCOMPARE(FileItemRow::errorLine(item), errorLine);
     }
 
+    void controlCharactersInANameShowAsReplacements() {
+        RemuxItem item(u"/tmp/line\nbreak\t.mkv"_s);
+        item.status = ProcessingStatus::failed;
+        item.error = u"/tmp/line\nbreak\t.mkv: Invalid data"_s;
+        QCOMPARE(FileItemRow::fileName(item), u"line\uFFFDbreak\uFFFD.mkv"_s);
+        QCOMPARE(FileItemRow::pathText(item), u"/tmp/line\uFFFDbreak\uFFFD.mkv"_s);
+        QCOMPARE(FileItemRow::errorLine(item), u"/tmp/line\uFFFDbreak\uFFFD.mkv: Invalid data"_s);
+    }
+
     void oneItemsChangeRepaintsItsRowAlone() {
         addAndProbe({u"h264_aac.mkv>a.mkv"_s, u"h264_aac.mkv>b.mkv"_s});
         QSignalSpy changed(&window->list().queueModel(), &QAbstractItemModel::dataChanged);
