@@ -113,6 +113,8 @@ QString formatTimestamp(double seconds);
 } // namespace FFmpegService
 
 namespace FFmpegServiceTesting {
+// How long a probe may take (30 seconds unless a test sets it).
+void setProbeTimeout(double seconds);
 // Points the shared-support location elsewhere and forgets the located tools.
 void setSharedSupportPath(const QString& path);
 } // namespace FFmpegServiceTesting

@@ -19,7 +19,9 @@ namespace FFmpegService {
 
 namespace {
 
-constexpr double probeTimeout = 30.0;
+constexpr double defaultProbeTimeout = 30.0;
+// Read on the main thread only, where probes start.
+double probeTimeout = defaultProbeTimeout;
 
 std::optional<QString> stringValue(const QJsonObject& object, QLatin1StringView key) {
     const QJsonValue value = object.value(key);
@@ -192,3 +194,7 @@ QString formatTimestamp(double seconds) {
 }
 
 } // namespace FFmpegService
+
+void FFmpegServiceTesting::setProbeTimeout(double seconds) {
+    FFmpegService::probeTimeout = seconds;
+}

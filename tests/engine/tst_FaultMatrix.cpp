@@ -111,6 +111,7 @@ private Q_SLOTS:
     }
     void cleanup() {
         service.reset();
+        FFmpegServiceTesting::setProbeTimeout(30.0);
         FFmpegServiceTesting::setSharedSupportPath(TestSupport::bundledSupportPath());
         QCOMPARE(Async::BackgroundTask::liveCount(), 0);
     }
@@ -130,6 +131,7 @@ private Q_SLOTS:
         QTest::newRow("ffmpeg ignores SIGTERM, then finishes") << u"subtitles.mkv"_s << QByteArray() << u"stubborn"_s << u"clip.mp4"_s << u"cancel"_s << u"Error: Cancelled"_s;
         QTest::newRow("ffprobe prints half a document") << u"h264_aac.mkv"_s << QByteArray("printf '{\"streams\": [1,'\n") << u"real"_s << QString() << QString() << unparsable;
         QTest::newRow("ffprobe prints nothing") << u"h264_aac.mkv"_s << QByteArray("exit 0\n") << u"real"_s << QString() << QString() << unparsable;
+        QTest::newRow("ffprobe hangs, deaf to SIGTERM") << u"h264_aac.mkv"_s << QByteArray("trap '' TERM; exec sleep 60\n") << u"real"_s << QString() << QString() << u"Error: The operation timed out. The file may be corrupted or unreadable."_s;
         QTest::newRow("ffprobe floods 8 MB of nesting") << u"h264_aac.mkv"_s << QByteArray("head -c 8000000 /dev/zero | tr '\\0' '['\n") << u"real"_s << QString() << QString() << unparsable;
         QTest::newRow("source deleted during its run") << u"subtitles.mkv"_s << QByteArray() << u"real"_s << u"clip.mp4"_s << u"delete source"_s << missing;
         QTest::newRow("source truncated during its run") << u"subtitles.mkv"_s << QByteArray() << u"real"_s << u"clip.mp4"_s << u"truncate source"_s << u"Completed"_s;
@@ -150,6 +152,8 @@ private Q_SLOTS:
         QFETCH(QString, action);
         QFETCH(QString, outcome);
         useTools(mode, ffprobe);
+        // A probe that hangs is given up on sooner than a user would wait.
+        FFmpegServiceTesting::setProbeTimeout(ffprobe.contains("sleep") ? 1.0 : 30.0);
         if (!hold.isEmpty()) {
             touch(bin + u"/hold-"_s + hold);
         }
