@@ -180,15 +180,18 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         }
         // The name is claimed on disk too: ffmpeg replaces whatever stands at its
         // output, so a file another program put there while the sidecars were being
-        // written would be lost. Creating fails on any taken name; when it fails for
-        // another reason (a folder that can't be written), ffmpeg tells why.
+        // written would be lost. Creating fails on any taken name, and on a folder
+        // that can't be written, where ffmpeg would fail the same way.
         QFile claim(output);
-        if (!claim.open(QIODevice::NewOnly) && nameTaken(output)) {
-            updateItem(id, [&](RemuxItem& item) {
-                item.status = ProcessingStatus::skipped;
-                item.statusMessage = outputExistsText;
-            });
-            co_return;
+        if (!claim.open(QIODevice::NewOnly)) {
+            if (nameTaken(output)) {
+                updateItem(id, [&](RemuxItem& item) {
+                    item.status = ProcessingStatus::skipped;
+                    item.statusMessage = outputExistsText;
+                });
+                co_return;
+            }
+            throw FFmpegError::remuxFailed(output + u": "_s + claim.errorString());
         }
         claim.close();
         createdOutputs = {output};
@@ -200,10 +203,19 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         if (!info.hasTextSubtitles()) {
             failedSubtitleCount = 0;
         } else {
-            const QList<FFmpegService::SubtitleExtractionPlan> plans =
-                FFmpegService::planSubtitleExtraction(url, info.subtitleStreams, outputFolder,
-                                                      inflightOutputs_);
-            for (const FFmpegService::SubtitleExtractionPlan& plan : plans) {
+            // Each sidecar's name is claimed on disk as the output's is, so that what
+            // stands at a planned name after the run is ours to keep or delete. A name
+            // taken since the plan was made loses its track.
+            QList<FFmpegService::SubtitleExtractionPlan> plans;
+            int unclaimed = 0;
+            for (const FFmpegService::SubtitleExtractionPlan& plan :
+                 FFmpegService::planSubtitleExtraction(url, info.subtitleStreams, outputFolder,
+                                                       inflightOutputs_)) {
+                if (!QFile(plan.url).open(QIODevice::NewOnly)) {
+                    ++unclaimed;
+                    continue;
+                }
+                plans.append(plan);
                 inflightOutputs_.insert(plan.url);
                 claimedOutputs.append(plan.url);
             }
@@ -218,20 +230,27 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
                 return existing;
             };
             try {
-                failedSubtitleCount = co_await FFmpegService::extractSubtitles(url, plans, stop);
+                failedSubtitleCount =
+                    unclaimed + co_await FFmpegService::extractSubtitles(url, plans, stop);
             } catch (const FFmpegError& error) {
                 const FFmpegError::Case kind = error.kind();
                 if (kind == FFmpegError::Case::cancelled ||
                     kind == FFmpegError::Case::ffmpegNotFound ||
                     kind == FFmpegError::Case::ffprobeNotFound) {
-                    // The planned names were free and claimed, so whatever stands
-                    // there now is what the cut-short extraction wrote.
+                    // The planned names were claimed, so whatever stands there now
+                    // is ours: a claim or what the cut-short extraction wrote.
                     createdOutputs = existingSidecars() + QStringList{output};
                     throw;
                 }
                 qCCritical(lcRemuxService, "Subtitle extraction failed for %s: %s",
                            qUtf8Printable(FilePath::lastPathComponent(url)), error.what());
-                failedSubtitleCount = int(plans.size());
+                failedSubtitleCount = unclaimed + int(plans.size());
+            }
+            // A claim ffmpeg did not write is left empty.
+            for (const FFmpegService::SubtitleExtractionPlan& plan : plans) {
+                if (QFileInfo(plan.url).size() == 0) {
+                    QFile::remove(plan.url);
+                }
             }
             createdOutputs = existingSidecars() + QStringList{output};
         }

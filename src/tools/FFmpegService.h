@@ -93,7 +93,8 @@ QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
 QStringList subtitleExtractionArguments(const QString& input,
                                         const QList<SubtitleExtractionPlan>& plans);
 // Writes the sidecars in one ffmpeg run of at most 30 seconds and gives the number
-// of planned files that are missing afterwards. A failed run is only counted;
+// of planned files that are missing or empty afterwards (the caller claims each name
+// with an empty file, which the run replaces). A failed run is only counted;
 // throws ffmpegNotFound, timedOut or cancelled.
 QCoro::Task<int> extractSubtitles(QString input, QList<SubtitleExtractionPlan> plans,
                                   std::stop_token stop = {});

@@ -114,8 +114,11 @@ QCoro::Task<int> extractSubtitles(QString input, QList<SubtitleExtractionPlan> p
         qCCritical(lcFFmpeg, "Subtitle extraction batch failed: %s",
                    qUtf8Printable(error.message()));
     }
-    const int missing = int(std::count_if(
-        plans.begin(), plans.end(), [](const auto& plan) { return !QFileInfo::exists(plan.url); }));
+    // The caller claims each name with an empty file, so an empty file is one that
+    // ffmpeg never wrote.
+    const int missing = int(std::count_if(plans.begin(), plans.end(), [](const auto& plan) {
+        return QFileInfo(plan.url).size() == 0;
+    }));
     if (missing > 0) {
         qCCritical(lcFFmpeg, "%ld of %ld subtitle track(s) failed to extract", long(missing),
                    long(plans.size()));

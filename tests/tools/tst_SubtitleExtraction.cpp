@@ -135,15 +135,17 @@ private Q_SLOTS:
     }
 
     void nonzeroExitCountsOnlyMissingFiles() {
-        // Writes the first two of the paths it is given, then fails.
+        // Writes the first two of the paths it is given, then fails; the third is left
+        // as the empty claim the caller made.
         TestSupport::installFakeTool(work, u"ffmpeg"_s,
                                      "n=0; for a in \"$@\"; do case \"$a\" in *.srt) n=$((n+1));"
-                                     " [ $n -le 2 ] && : > \"$a\";; esac; done;"
+                                     " [ $n -le 2 ] && echo x > \"$a\";; esac; done;"
                                      " echo 'Conversion failed!' >&2; exit 1\n");
         QTemporaryDir folder;
         const QList<SubtitleExtractionPlan> plans{{2, folder.filePath(u"a.srt"_s)},
                                                   {3, folder.filePath(u"b.srt"_s)},
                                                   {4, folder.filePath(u"c.srt"_s)}};
+        QFile(plans[2].url).open(QIODevice::NewOnly);
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(u"^Process failed"_s));
         QTest::ignoreMessage(QtCriticalMsg, "Subtitle extraction batch failed: Conversion failed!");
         QTest::ignoreMessage(QtCriticalMsg, "1 of 3 subtitle track(s) failed to extract");
