@@ -90,8 +90,10 @@ QCoro::Task<> runFFmpegWithProgress(QStringList arguments, double totalDuration,
             const int status = *ending.status;
             // ffmpeg 5.1 exits with 0 when it can't write the end of its output (the
             // disk filled up): the file is cut short, whatever the status says.
-            const bool cutShort = text.contains(u"Error writing trailer of"_s) ||
-                                  text.contains(u"Error closing file"_s);
+            // Only at the start of a line: a path or a title may hold the words.
+            static const QRegularExpression cutShortPattern(
+                u"(^|[\r\n])(Error writing trailer of |Error closing file )"_s);
+            const bool cutShort = cutShortPattern.match(text).hasMatch();
             // The exit status decides first: a child that finished its work despite
             // a cancellation has written a whole file.
             if (status == 0 && !cutShort) {
