@@ -10,7 +10,11 @@ namespace FileItemRow {
 
 QString printable(QString text) {
     for (QChar& c : text) {
-        if (c.category() == QChar::Other_Control) {
+        // Line and paragraph separators break the line too; bidirectional
+        // overrides and isolates could make a name read as another.
+        const char16_t u = c.unicode();
+        if (c.category() == QChar::Other_Control || u == 0x2028 || u == 0x2029 ||
+            (u >= 0x202A && u <= 0x202E) || (u >= 0x2066 && u <= 0x2069)) {
             c = QChar::ReplacementCharacter;
         }
     }

@@ -11,8 +11,9 @@
 
 namespace FileItemRow {
 
-// A file name may hold a line feed or other control characters, which would break
-// a row's line or vanish: each shows as U+FFFD instead.
+// A file name may hold a line feed, other control characters or bidirectional
+// overrides, which would break a row's line, vanish or disguise the name: each
+// shows as U+FFFD instead.
 QString printable(QString text);
 QString fileName(const RemuxItem& item);
 // The source's whole path, as the row's second line shows it.

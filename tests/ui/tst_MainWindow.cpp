@@ -285,6 +285,8 @@ private Q_SLOTS:
         RemuxItem item(u"/tmp/line\nbreak\t.mkv"_s);
         item.status = ProcessingStatus::failed;
         item.error = u"/tmp/line\nbreak\t.mkv: Invalid data"_s;
+        QCOMPARE(FileItemRow::fileName(RemuxItem(u"/a\u2028b\u202Evkm.exe"_s)),
+                 u"a\uFFFDb\uFFFDvkm.exe"_s);
         QCOMPARE(FileItemRow::fileName(item), u"line\uFFFDbreak\uFFFD.mkv"_s);
         QCOMPARE(FileItemRow::pathText(item), u"/tmp/line\uFFFDbreak\uFFFD.mkv"_s);
         QCOMPARE(FileItemRow::errorLine(item), u"/tmp/line\uFFFDbreak\uFFFD.mkv: Invalid data"_s);
