@@ -107,7 +107,8 @@ int main(int argc, char** argv) {
 
         // The meddling user: every 15 ms, now and then, cancels a running item (and
         // half the time retries it at once, while its run still winds down), retries
-        // a failed one, or removes any row; until the batch has ended.
+        // a failed one, or removes any row; until the batch has ended and every run
+        // has wound down.
         const auto pick = [&](auto&& wanted) -> std::optional<QUuid> {
             QList<QUuid> ids;
             for (const RemuxItem& item : service.items()) {
@@ -121,8 +122,11 @@ int main(int argc, char** argv) {
         meddle.setInterval(15);
         QObject::connect(&meddle, &QTimer::timeout, [&] {
             if (service.items().isEmpty() || !service.isRemuxing()) {
-                meddle.stop();
-                app.quit();
+                // Cancelled runs may still wind down after the batch has ended.
+                if (Async::BackgroundTask::liveCount() == 0) {
+                    meddle.stop();
+                    app.quit();
+                }
                 return;
             }
             const int roll = random.bounded(100);
