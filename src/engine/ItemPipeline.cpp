@@ -18,13 +18,6 @@ constexpr int maxConcurrentProbes = 4;
 
 const QString outputExistsText = u"Skipped — output file already exists"_s;
 
-// A link counts even when it leads nowhere: ffmpeg would write through it, out of
-// the folder.
-bool nameTaken(const QString& path) {
-    const QFileInfo file(path);
-    return file.exists() || file.isSymLink();
-}
-
 // The verdict of the rejection order, plus the rule that an existing output is
 // never overwritten.
 std::optional<Rejection> verdictFor(const MediaInfo& info, const QString& url,
@@ -32,7 +25,7 @@ std::optional<Rejection> verdictFor(const MediaInfo& info, const QString& url,
     if (std::optional<Rejection> rejection = rejectionFor(info, FilePath::pathExtension(url))) {
         return rejection;
     }
-    if (nameTaken(output)) {
+    if (FFmpegService::nameTaken(output)) {
         return Rejection{ProcessingStatus::skipped, outputExistsText};
     }
     return std::nullopt;
@@ -184,7 +177,7 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         // that can't be written, where ffmpeg would fail the same way.
         QFile claim(output);
         if (!claim.open(QIODevice::NewOnly)) {
-            if (nameTaken(output)) {
+            if (FFmpegService::nameTaken(output)) {
                 updateItem(id, [&](RemuxItem& item) {
                     item.status = ProcessingStatus::skipped;
                     item.statusMessage = outputExistsText;

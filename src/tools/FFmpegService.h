@@ -82,6 +82,9 @@ struct SubtitleExtractionPlan {
 
     bool operator==(const SubtitleExtractionPlan&) const = default;
 };
+// Whether something stands at `path`: a file, a folder, or a link even when it leads
+// nowhere, since ffmpeg would write through it, out of the folder.
+bool nameTaken(const QString& path);
 // Names a sidecar for each text subtitle stream, in stream order, avoiding files and
 // links that exist, names taken earlier in this plan and the `reserved` paths. Reads
 // the file system only to test for existing files.

@@ -42,6 +42,11 @@ QString suffixFor(const SubtitleStream& stream, qsizetype position, qsizetype ke
 
 } // namespace
 
+bool nameTaken(const QString& path) {
+    const QFileInfo file(path);
+    return file.exists() || file.isSymLink();
+}
+
 QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
                                                      const QList<SubtitleStream>& streams,
                                                      const std::optional<QString>& outputDirectory,
@@ -59,11 +64,8 @@ QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
     const QString base = FilePath::deletingPathExtension(FilePath::lastPathComponent(input));
     const QString directory = outputDirectory.value_or(FilePath::deletingLastPathComponent(input));
     QSet<QString> claimed;
-    // A link is taken even when it leads nowhere: ffmpeg would write through it, out
-    // of the folder.
     const auto taken = [&](const QString& url) {
-        const QFileInfo file(url);
-        return file.exists() || file.isSymLink() || claimed.contains(url) || reserved.contains(url);
+        return nameTaken(url) || claimed.contains(url) || reserved.contains(url);
     };
 
     QList<SubtitleExtractionPlan> plans;
