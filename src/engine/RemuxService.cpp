@@ -206,7 +206,9 @@ void RemuxService::launchItem(const QUuid& id) {
 QCoro::Task<> RemuxService::runItem(QUuid id, QString url, std::optional<MediaInfo> cachedInfo,
                                     quint64 run, std::stop_token stop) {
     for (const ActiveRun& previous : windingDown_.values(id)) {
-        if (previous.run != run) {
+        // Only the runs launched before this one: two runs that waited for each
+        // other would never end, and the later one would hold its slot for good.
+        if (previous.run < run) {
             co_await previous.task.finished();
         }
     }
@@ -266,6 +268,7 @@ void RemuxService::markCancelled(const QUuid& id) {
         item.status = ProcessingStatus::failed;
         item.progress = 0;
         item.error = u"Cancelled"_s;
+        item.errorDetails.reset();
         item.statusMessage.reset();
     });
 }
@@ -323,6 +326,7 @@ void RemuxService::resetForRetry(const QUuid& id) {
         item.status = ProcessingStatus::pending;
         item.progress = 0;
         item.error.reset();
+        item.errorDetails.reset();
         item.statusMessage.reset();
         item.cachedMediaInfo.reset();
     });
