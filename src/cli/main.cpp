@@ -59,8 +59,8 @@ int main(int argc, char* argv[]) {
     if (parser.isSet(outputDir)) {
         const QFileInfo folder(parser.value(outputDir));
         if (!folder.isDir()) {
-            return usageError(u"the output folder %1 does not exist or is not a folder"_s.arg(
-                parser.value(outputDir)));
+            return usageError(u"the output folder "_s + parser.value(outputDir) +
+                              u" does not exist or is not a folder"_s);
         }
         options.outputDirectory = folder.absoluteFilePath();
     }

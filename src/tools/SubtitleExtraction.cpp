@@ -75,7 +75,7 @@ QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
         QString candidate = FilePath::appendingPathComponent(directory, stem + u".srt"_s);
         for (int counter = 1; taken(candidate); ++counter) {
             candidate =
-                FilePath::appendingPathComponent(directory, u"%1.%2.srt"_s.arg(stem).arg(counter));
+                FilePath::appendingPathComponent(directory, stem + u'.' + QString::number(counter) + u".srt"_s);
         }
         claimed.insert(candidate);
         plans.append(SubtitleExtractionPlan{stream.index, candidate});
@@ -104,6 +104,7 @@ QCoro::Task<int> extractSubtitles(QString input, QList<SubtitleExtractionPlan> p
     }
     qCInfo(lcFFmpeg, "Extracting %ld subtitle track(s) from %s", long(plans.size()),
            qUtf8Printable(FilePath::lastPathComponent(input)));
+    bool runFailed = false;
     try {
         co_await runProcess(tool, subtitleExtractionArguments(input, plans), extractionTimeout,
                             stop);
@@ -113,13 +114,16 @@ QCoro::Task<int> extractSubtitles(QString input, QList<SubtitleExtractionPlan> p
         if (error.kind() != FFmpegError::Case::processFailed) {
             throw;
         }
+        runFailed = true;
         qCCritical(lcFFmpeg, "Subtitle extraction batch failed: %s",
                    qUtf8Printable(error.message()));
     }
-    // The caller claims each name with an empty file, so an empty file is one that
-    // ffmpeg never wrote.
-    const int missing = int(std::count_if(plans.begin(), plans.end(), [](const auto& plan) {
-        return QFileInfo(plan.url).size() == 0;
+    // The exit status covers every sidecar of the run. After a success an empty
+    // file is a stream without cues, written on purpose; after a failure it is the
+    // caller's claim, which ffmpeg never replaced.
+    const int missing = int(std::count_if(plans.begin(), plans.end(), [runFailed](const auto& plan) {
+        const QFileInfo file(plan.url);
+        return !file.exists() || (runFailed && file.size() == 0);
     }));
     if (missing > 0) {
         qCCritical(lcFFmpeg, "%ld of %ld subtitle track(s) failed to extract", long(missing),

@@ -118,6 +118,16 @@ private Q_SLOTS:
                               plans[1].url}));
     }
 
+    // Qt's arg() would read a "%1" of the name or the language as its own.
+    void percentSignsInNamesStayAsTheyAre() {
+        QTemporaryDir folder;
+        touch(folder.filePath(u"Show %1 %2.%2.srt"_s));
+        const QList<SubtitleExtractionPlan> plans = FFmpegService::planSubtitleExtraction(
+            folder.filePath(u"Show %1 %2.mkv"_s), streamsFrom(u"2:subrip:%2"_s), std::nullopt, {});
+        QCOMPARE(plans.size(), 1);
+        QCOMPARE(plans[0].url, folder.filePath(u"Show %1 %2.%2.1.srt"_s));
+    }
+
     void realExtractionWritesEverySidecar() {
         QTemporaryDir folder;
         const QString source =
