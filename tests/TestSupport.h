@@ -42,7 +42,8 @@ inline QString copyInto(const QTemporaryDir& dir, const QString& source, QString
 
 // Installs `script` as a stand-in for the tool `name` ("ffmpeg" or "ffprobe") in a
 // new shared-support folder under `dir`, and points the tool layer there. Gives the
-// folder that holds the tool, where the script may keep files of its own.
+// folder that holds the tool, where the script may keep files of its own. A real
+// MP4 stands there as "sample.mp4", for a fake ffmpeg to give as a finished output.
 inline QString installFakeTool(const QTemporaryDir& dir, const QString& name,
                                const QByteArray& script) {
     static int serial = 0;
@@ -54,6 +55,7 @@ inline QString installFakeTool(const QTemporaryDir& dir, const QString& name,
     tool.write("#!/bin/sh\nhere=$(dirname \"$0\")\n" + script);
     tool.close();
     tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::copy(mediaPath(QStringLiteral("h264_aac.mp4")), bin + QStringLiteral("/sample.mp4"));
     FFmpegServiceTesting::setSharedSupportPath(support);
     return bin;
 }

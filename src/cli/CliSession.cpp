@@ -77,6 +77,9 @@ QJsonObject CliSession::itemEvent(const QString& name, const RemuxItem& item) co
     if (item.statusMessage) {
         event.insert(u"statusMessage"_s, *item.statusMessage);
     }
+    if (name == u"done" && item.status == ProcessingStatus::failed && item.errorDetails) {
+        event.insert(u"details"_s, *item.errorDetails);
+    }
     return event;
 }
 
@@ -100,6 +103,12 @@ void CliSession::reportLine(const RemuxItem& item) const {
     }
     std::printf("%-9s  %s  %s\n", qUtf8Printable(rawValue(item.status)),
                 qUtf8Printable(FilePath::lastPathComponent(item.url)), qUtf8Printable(detail));
+    // What the tool said, under the line it explains.
+    if (item.status == ProcessingStatus::failed && item.errorDetails) {
+        for (const QString& line : item.errorDetails->split(u'\n', Qt::SkipEmptyParts)) {
+            std::printf("    %s\n", qUtf8Printable(line));
+        }
+    }
     std::fflush(stdout);
 }
 
@@ -120,8 +129,8 @@ void CliSession::drawProgress() const {
     QStringList parts;
     for (const RemuxItem& item : service_->items()) {
         if (item.status == ProcessingStatus::processing) {
-            parts.append(u"%1 %2%"_s.arg(FilePath::lastPathComponent(item.url))
-                             .arg(int(item.progress * 100)));
+            parts.append(FilePath::lastPathComponent(item.url) + u' ' +
+                         QString::number(int(item.progress * 100)) + u'%');
         }
     }
     std::printf("\r\033[K%s", qUtf8Printable(parts.join(u"   "_s)));

@@ -17,6 +17,8 @@ namespace {
 constexpr int maxConcurrentProbes = 4;
 
 const QString outputExistsText = u"Skipped — output file already exists"_s;
+const QString outputUnreadableText =
+    u"The converted file can't be read — the source may be cut short or damaged."_s;
 
 // The verdict of the rejection order, plus the rule that an existing output is
 // never overwritten.
@@ -33,6 +35,10 @@ std::optional<Rejection> verdictFor(const MediaInfo& info, const QString& url,
 
 bool isCancellation(const FFmpegError& error) {
     return error.kind() == FFmpegError::Case::cancelled;
+}
+
+std::optional<QString> detailsOf(const FFmpegError& error) {
+    return error.details().isEmpty() ? std::nullopt : std::optional(error.details());
 }
 
 } // namespace
@@ -108,6 +114,7 @@ QCoro::Task<> RemuxService::preflightItem(QUuid id, QString url, std::stop_token
         updateItem(id, [&](RemuxItem& item) {
             item.status = ProcessingStatus::failed;
             item.error = FFmpegService::friendlyMessage(*failure);
+            item.errorDetails = detailsOf(*failure);
         });
         co_return;
     }
@@ -131,6 +138,31 @@ QCoro::Task<MediaInfo> RemuxService::resolveMediaInfo(QUuid id, QString url,
     MediaInfo info = co_await FFmpegService::probe(url, stop);
     updateItem(id, [&](RemuxItem& item) { item.cachedMediaInfo = info; });
     co_return info;
+}
+
+// ffmpeg can end with status 0 and leave a file that does not play: a source cut
+// off after its header gives an output without a single frame. One probe of the
+// output's header tells; it never reads the file through. What fails it throws, so
+// that the run ends as any failed run does; a cancellation is a cancellation.
+QCoro::Task<OutputCheck> RemuxService::checkWrittenOutput(MediaInfo source, QString output,
+                                                          QString remuxLines,
+                                                          std::stop_token stop) {
+    std::optional<MediaInfo> written;
+    try {
+        written = co_await FFmpegService::probe(output, stop);
+    } catch (const FFmpegError& error) {
+        const FFmpegError::Case kind = error.kind();
+        if (kind == FFmpegError::Case::cancelled || kind == FFmpegError::Case::ffprobeNotFound) {
+            throw;
+        }
+        throw FFmpegError::remuxFailed(outputUnreadableText)
+            .withDetails(error.details().isEmpty() ? remuxLines : error.details());
+    }
+    OutputCheck check = checkOutput(source, *written);
+    if (check.failure) {
+        throw FFmpegError::remuxFailed(*check.failure).withDetails(remuxLines);
+    }
+    co_return check;
 }
 
 QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<MediaInfo> cachedInfo,
@@ -222,9 +254,9 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
                 }
                 return existing;
             };
+            int missing = 0;
             try {
-                failedSubtitleCount =
-                    unclaimed + co_await FFmpegService::extractSubtitles(url, plans, stop);
+                missing = co_await FFmpegService::extractSubtitles(url, plans, stop);
             } catch (const FFmpegError& error) {
                 const FFmpegError::Case kind = error.kind();
                 if (kind == FFmpegError::Case::cancelled ||
@@ -237,12 +269,16 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
                 }
                 qCCritical(lcRemuxService, "Subtitle extraction failed for %s: %s",
                            qUtf8Printable(FilePath::lastPathComponent(url)), error.what());
-                failedSubtitleCount = unclaimed + int(plans.size());
+                missing = int(plans.size());
             }
-            // A claim ffmpeg did not write is left empty.
-            for (const FFmpegService::SubtitleExtractionPlan& plan : plans) {
-                if (QFileInfo(plan.url).size() == 0) {
-                    QFile::remove(plan.url);
+            failedSubtitleCount = unclaimed + missing;
+            // A claim ffmpeg did not write is left empty. After a run that wrote
+            // every sidecar, an empty one is a stream without cues and stays.
+            if (missing > 0) {
+                for (const FFmpegService::SubtitleExtractionPlan& plan : plans) {
+                    if (QFileInfo(plan.url).size() == 0) {
+                        QFile::remove(plan.url);
+                    }
                 }
             }
             createdOutputs = existingSidecars() + QStringList{output};
@@ -252,7 +288,7 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         FFmpegService::ProgressCallback progress = [this, id, throttle](double fraction) {
             forwardProgress(fraction, id, *throttle);
         };
-        co_await FFmpegService::remux(url, output, info, progress, stop);
+        const QString remuxLines = co_await FFmpegService::remux(url, output, info, progress, stop);
 
         // ffmpeg may finish with status 0 after a cancellation; its output goes.
         if (stop.stop_requested()) {
@@ -260,13 +296,19 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
             releaseClaims(claimedOutputs);
             co_return;
         }
+        const OutputCheck check = co_await checkWrittenOutput(info, output, remuxLines, stop);
+        QStringList notes;
+        if (failedSubtitleCount >= 1) {
+            notes.append(u"%1 subtitle track%2 failed to extract"_s.arg(
+                QString::number(failedSubtitleCount),
+                failedSubtitleCount == 1 ? QString() : u"s"_s));
+        }
+        notes += check.notes;
         updateItem(id, [&](RemuxItem& item) {
             item.status = ProcessingStatus::completed;
             item.outputURL = output;
-            if (failedSubtitleCount >= 1) {
-                item.statusMessage = u"%1 subtitle track%2 failed to extract"_s.arg(
-                    QString::number(failedSubtitleCount),
-                    failedSubtitleCount == 1 ? QString() : u"s"_s);
+            if (!notes.isEmpty()) {
+                item.statusMessage = notes.join(u" · "_s);
             }
         });
         releaseClaims(claimedOutputs);
@@ -285,6 +327,7 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         updateItem(id, [&](RemuxItem& item) {
             item.status = ProcessingStatus::failed;
             item.error = FFmpegService::friendlyMessage(*failure);
+            item.errorDetails = detailsOf(*failure);
         });
     }
     releaseClaims(claimedOutputs);

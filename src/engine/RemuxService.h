@@ -131,6 +131,8 @@ private:
     QCoro::Task<> runItem(QUuid id, QString url, std::optional<MediaInfo> cachedInfo, quint64 run,
                           std::stop_token stop);
     QCoro::Task<> clearFeedbackLater(QString text, double seconds, std::stop_token stop);
+    QCoro::Task<OutputCheck> checkWrittenOutput(MediaInfo source, QString output,
+                                                QString remuxLines, std::stop_token stop);
     QCoro::Task<> probeAll(QList<std::pair<QUuid, QString>> pairs, std::stop_token stop);
 
     QList<RemuxItem> items_;

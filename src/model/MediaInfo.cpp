@@ -1,6 +1,7 @@
 #include "MediaInfo.h"
 
 #include <algorithm>
+#include <cmath>
 #include <mutex>
 
 using namespace Qt::StringLiterals;
@@ -124,4 +125,67 @@ std::optional<Rejection> rejectionFor(const MediaInfo& info, const QString& cont
         return Rejection{ProcessingStatus::skipped, u"Skipped — already QuickTime compatible"_s};
     }
     return std::nullopt;
+}
+
+QString formatPlayingTime(double seconds) {
+    if (!std::isfinite(seconds) || seconds < 0) {
+        seconds = 0;
+    }
+    if (seconds < 60) {
+        const qint64 tenths = qint64(std::floor(seconds * 10));
+        return u"0:%1.%2"_s.arg(tenths / 10, 2, 10, QLatin1Char('0')).arg(tenths % 10);
+    }
+    const qint64 whole = qint64(std::floor(std::min(seconds, 1e12)));
+    const QString minutesAndSeconds =
+        u"%1:%2"_s.arg((whole % 3600) / 60, whole >= 3600 ? 2 : 1, 10, QLatin1Char('0'))
+            .arg(whole % 60, 2, 10, QLatin1Char('0'));
+    return whole >= 3600 ? QString::number(whole / 3600) + u':' + minutesAndSeconds
+                         : minutesAndSeconds;
+}
+
+OutputCheck checkOutput(const MediaInfo& source, const MediaInfo& output) {
+    OutputCheck check;
+    // A stream with a frame count of 0, or without one and without a length, holds
+    // no picture: QuickTime shows nothing, whatever the rest of the file holds.
+    const bool holdsFrames = output.videoFrameCount ? *output.videoFrameCount > 0
+                                                    : output.videoDuration.value_or(0) > 0;
+    if (!output.hasVideoStream || output.videoCodec.toLower() != source.videoCodec.toLower() ||
+        !holdsFrames) {
+        check.failure = u"The converted file has no video — the source may be cut short or damaged."_s;
+        return check;
+    }
+
+    // The source's video length as its own stream gives it, else the container's. A
+    // transport stream's length is its last timestamp less its first, which a jump
+    // in the timestamps inflates; ffmpeg closes such a jump, so there the output's
+    // whole length bounds what the source really held.
+    double expected = source.videoDuration.value_or(source.duration);
+    if (source.formatName && source.formatName->contains(u"mpegts"_s)) {
+        expected = std::min(expected, output.duration);
+    }
+    const double produced = output.videoDuration.value_or(output.duration);
+    if (std::isfinite(expected) && expected > 0 &&
+        expected - produced > std::max(0.5, 0.02 * expected)) {
+        check.notes.append(u"The converted video is shorter than the source (%1 of %2) — the source may be damaged."_s.arg(
+            formatPlayingTime(produced), formatPlayingTime(expected)));
+    }
+    if (source.audioCodec && !output.audioCodec) {
+        check.notes.append(u"The converted file has no audio, although the source has some."_s);
+    }
+    const auto textTracks = std::count_if(source.subtitleStreams.begin(),
+                                          source.subtitleStreams.end(),
+                                          [](const SubtitleStream& s) { return isTextSubtitleCodec(s.codec); });
+    const auto embedded = std::count_if(output.subtitleStreams.begin(),
+                                        output.subtitleStreams.end(), [](const SubtitleStream& s) {
+                                            return s.codec.toLower() == u"mov_text";
+                                        });
+    if (embedded < textTracks) {
+        check.notes.append(u"The converted file holds %1 of %2 subtitle tracks."_s.arg(
+            QString::number(embedded), QString::number(textTracks)));
+    }
+    if (output.videoCodec.toLower() == u"hevc" &&
+        output.videoCodecTag.value_or(QString()).toLower() != u"hvc1") {
+        check.notes.append(u"The converted HEVC video is not tagged hvc1 — QuickTime may not play it."_s);
+    }
+    return check;
 }

@@ -32,6 +32,11 @@ struct MediaInfo {
     QList<SubtitleStream> subtitleStreams;
     std::optional<QString> pixFmt;
     std::optional<QString> videoCodecTag;
+    // Of the first video stream alone: a container lasts as long as its longest stream.
+    std::optional<double> videoDuration;
+    std::optional<qint64> videoFrameCount;
+    // ffprobe's name of the container, such as "matroska,webm" or "mpegts".
+    std::optional<QString> formatName;
 
     // Why the video codec can't be remuxed for QuickTime; absent when it can.
     std::optional<QString> unsupportedReason() const;
@@ -79,3 +84,16 @@ struct Rejection {
     bool operator==(const Rejection&) const = default;
 };
 std::optional<Rejection> rejectionFor(const MediaInfo& info, const QString& containerExtension);
+
+// What a finished output says about the run that wrote it, judged against what the
+// source promised. A failure means the output does not play and must go; notes
+// name what a playable output lost. Nothing that plays is ever a failure here.
+struct OutputCheck {
+    std::optional<QString> failure;
+    QStringList notes;
+
+    bool operator==(const OutputCheck&) const = default;
+};
+OutputCheck checkOutput(const MediaInfo& source, const MediaInfo& output);
+// "0:04", "1:12:05"; under a minute with tenths, "0:00.4", so a short clip's loss shows.
+QString formatPlayingTime(double seconds);

@@ -22,6 +22,9 @@ struct RemuxItem {
     double progress = 0;
     std::optional<QString> outputURL;
     std::optional<QString> error;
+    // What the tool said when it failed: its last lines, for a tooltip or a copy.
+    // The row's own text stays `error`.
+    std::optional<QString> errorDetails;
     std::optional<QString> statusMessage;
     // The output's name depends on it; until the probe fills it the output is an MP4.
     std::optional<MediaInfo> cachedMediaInfo;

@@ -34,6 +34,13 @@ public:
     // What the error reports as its description.
     QString localizedDescription() const;
     const char* what() const noexcept override { return what_.constData(); }
+    // The last lines of what the tool printed on its error output, for a failure
+    // of a tool run; empty for the others. Not part of the row's text.
+    const QString& details() const { return details_; }
+    FFmpegError&& withDetails(QString details) && {
+        details_ = std::move(details);
+        return std::move(*this);
+    }
 
     bool operator==(const FFmpegError& other) const {
         return case_ == other.case_ && message_ == other.message_;
@@ -45,4 +52,5 @@ private:
     Case case_;
     QString message_;
     QByteArray what_;
+    QString details_;
 };

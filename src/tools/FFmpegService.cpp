@@ -176,7 +176,8 @@ QCoro::Task<QString> runProcess(QString path, QStringList arguments, double time
                         : lastLines(outcome.stderrText, 10);
                 qCCritical(lcFFmpeg, "Process failed (exit %d):\n%s", *ending.status,
                            qUtf8Printable(message));
-                failure = FFmpegError::processFailed(message);
+                failure = FFmpegError::processFailed(message).withDetails(
+                    outcome.stderrText.isEmpty() ? QString() : message);
             }
         }
     }

@@ -60,9 +60,10 @@ using ProgressCallback = std::function<void(double fraction)>;
 // "time=" that standard error shows as a fraction of `totalDuration` (none when it
 // is not above 0), and 1.0 at a successful end. No time limit. Throws remuxFailed
 // (launch failure or nonzero exit) or cancelled. The exit status decides before
-// the cancellation: a child that exits 0 after all is a success.
-QCoro::Task<> runFFmpegWithProgress(QStringList arguments, double totalDuration,
-                                    ProgressCallback progress, std::stop_token stop = {});
+// the cancellation: a child that exits 0 after all is a success. Gives the last
+// lines that ffmpeg printed besides its progress: its warnings, on a success.
+QCoro::Task<QString> runFFmpegWithProgress(QStringList arguments, double totalDuration,
+                                           ProgressCallback progress, std::stop_token stop = {});
 // The fraction that one decoded chunk of standard error reports: its first
 // "time=HH:MM:SS.hh", over `totalDuration`, at most 1.0.
 std::optional<double> progressFraction(const QString& text, double totalDuration);
@@ -72,8 +73,9 @@ std::optional<double> progressFraction(const QString& text, double totalDuration
 QStringList remuxArguments(const QString& input, const QString& output, const MediaInfo& info);
 // Remuxes `input` into `output` (whose extension picks the container). Throws
 // ffmpegNotFound, or what runFFmpegWithProgress() throws. Writes only `output`.
-QCoro::Task<> remux(QString input, QString output, MediaInfo info, ProgressCallback progress,
-                    std::stop_token stop = {});
+// Gives ffmpeg's last lines, as runFFmpegWithProgress() does.
+QCoro::Task<QString> remux(QString input, QString output, MediaInfo info,
+                           ProgressCallback progress, std::stop_token stop = {});
 
 // One text subtitle stream and the .srt sidecar it goes to.
 struct SubtitleExtractionPlan {
@@ -96,9 +98,10 @@ QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
 QStringList subtitleExtractionArguments(const QString& input,
                                         const QList<SubtitleExtractionPlan>& plans);
 // Writes the sidecars in one ffmpeg run of at most 30 seconds and gives the number
-// of planned files that are missing or empty afterwards (the caller claims each name
-// with an empty file, which the run replaces). A failed run is only counted;
-// throws ffmpegNotFound, timedOut or cancelled.
+// of planned files that did not come out: missing, or, after a failed run, empty
+// (the caller claims each name with an empty file, which the run replaces; a
+// stream without cues gives an empty file on purpose). A failed run is only
+// counted; throws ffmpegNotFound, timedOut or cancelled.
 QCoro::Task<int> extractSubtitles(QString input, QList<SubtitleExtractionPlan> plans,
                                   std::stop_token stop = {});
 

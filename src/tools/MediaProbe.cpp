@@ -72,6 +72,28 @@ std::optional<double> durationOf(const std::optional<QJsonObject>& object) {
     return text ? wholeNumber(*text) : std::nullopt;
 }
 
+// Matroska keeps a stream's length only as a "DURATION" tag, "HH:MM:SS.nnnnnnnnn".
+std::optional<double> taggedDuration(const QJsonObject& stream) {
+    const QJsonObject tags = stream.value("tags"_L1).toObject();
+    for (auto it = tags.begin(); it != tags.end(); ++it) {
+        if (it.key().compare("duration"_L1, Qt::CaseInsensitive) != 0 || !it.value().isString()) {
+            continue;
+        }
+        const QStringList parts = it.value().toString().split(u':');
+        if (parts.size() != 3) {
+            return std::nullopt;
+        }
+        const std::optional<double> hours = wholeNumber(parts[0]);
+        const std::optional<double> minutes = wholeNumber(parts[1]);
+        const std::optional<double> seconds = wholeNumber(parts[2]);
+        if (!hours || !minutes || !seconds) {
+            return std::nullopt;
+        }
+        return *hours * 3600 + *minutes * 60 + *seconds;
+    }
+    return std::nullopt;
+}
+
 std::optional<QJsonObject> firstStream(const QJsonArray& streams, QLatin1StringView type) {
     for (const QJsonValue& stream : streams) {
         const QJsonObject object = stream.toObject();
@@ -170,6 +192,21 @@ MediaInfo parseMediaInfo(const QJsonArray& streams, const std::optional<QJsonObj
     info.pixFmt = streamString(video, "pix_fmt"_L1);
     info.videoCodecTag = streamString(video, "codec_tag_string"_L1);
     info.hasVideoStream = video.has_value();
+    if (video) {
+        info.videoDuration = durationOf(video);
+        if (!info.videoDuration) {
+            info.videoDuration = taggedDuration(*video);
+        }
+        if (const std::optional<QString> frames = stringValue(*video, "nb_frames"_L1)) {
+            if (const std::optional<double> count = wholeNumber(*frames);
+                count && *count >= 0 && *count < 9.0e15 && *count == std::trunc(*count)) {
+                info.videoFrameCount = qint64(*count);
+            }
+        }
+    }
+    if (format) {
+        info.formatName = stringValue(*format, "format_name"_L1);
+    }
     return info;
 }
 

@@ -28,6 +28,21 @@ QString withoutBookkeeping(const QString& text) {
     lines.removeIf([](const QString& line) { return bookkeeping.match(line).hasMatch(); });
     return lines.join(u'\n');
 }
+// What ffmpeg warned about on a run that succeeded: its report of the streams (the
+// banner, the "Input #"/"Output #" headings and their indented lines, the closing
+// sizes) and the bookkeeping left out, which would hide the warnings that tell why
+// an output came out empty.
+QString warningsOf(const QString& text) {
+    static const QRegularExpression report(
+        u"^(\\s|ffmpeg version |Input #|Output #|video:\\d+kB )"_s);
+    QStringList kept;
+    for (const QString& line : text.split(QRegularExpression(u"[\r\n]"_s))) {
+        if (!report.match(line).hasMatch()) {
+            kept.append(line);
+        }
+    }
+    return withoutBookkeeping(kept.join(u'\n'));
+}
 } // namespace
 
 std::optional<double> progressFraction(const QString& text, double totalDuration) {
@@ -50,13 +65,14 @@ std::optional<double> progressFraction(const QString& text, double totalDuration
     return std::min(position / totalDuration, 1.0);
 }
 
-QCoro::Task<> runFFmpegWithProgress(QStringList arguments, double totalDuration,
-                                    ProgressCallback progress, std::stop_token stop) {
+QCoro::Task<QString> runFFmpegWithProgress(QStringList arguments, double totalDuration,
+                                           ProgressCallback progress, std::stop_token stop) {
     QProcess child;
     ChildProcess::describe(child, ffmpegPath(), arguments);
     auto buffer = std::make_shared<ProgressBuffer>();
 
     std::optional<FFmpegError> failure;
+    QString lines;
     {
         // A cancellation before the launch signals nothing; the exit status decides.
         const std::stop_callback onCancel(stop, [&child, buffer] {
@@ -97,21 +113,24 @@ QCoro::Task<> runFFmpegWithProgress(QStringList arguments, double totalDuration,
             // The exit status decides first: a child that finished its work despite
             // a cancellation has written a whole file.
             if (status == 0 && !cutShort) {
+                lines = lastLines(warningsOf(text), 10);
                 progress(1.0);
             } else if (buffer->wasCancelled()) {
                 qCInfo(lcFFmpeg, "FFmpeg terminated by user cancellation");
                 failure = FFmpegError::cancelled();
             } else {
-                const QString lines = lastLines(withoutBookkeeping(text), 10);
+                lines = lastLines(withoutBookkeeping(text), 10);
                 qCCritical(lcFFmpeg, "FFmpeg failed (exit %d):\n%s", status, qUtf8Printable(lines));
-                failure =
-                    FFmpegError::remuxFailed(u"ffmpeg exited with code %1\n"_s.arg(status) + lines);
+                failure = FFmpegError::remuxFailed(u"ffmpeg exited with code "_s +
+                                                   QString::number(status) + u'\n' + lines)
+                              .withDetails(lines);
             }
         }
     }
     if (failure) {
         throw *failure;
     }
+    co_return lines;
 }
 
 } // namespace FFmpegService

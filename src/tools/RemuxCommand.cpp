@@ -46,8 +46,8 @@ QStringList remuxArguments(const QString& input, const QString& output, const Me
     return arguments;
 }
 
-QCoro::Task<> remux(QString input, QString output, MediaInfo info, ProgressCallback progress,
-                    std::stop_token stop) {
+QCoro::Task<QString> remux(QString input, QString output, MediaInfo info,
+                           ProgressCallback progress, std::stop_token stop) {
     qCInfo(lcFFmpeg, "Remux started: %s", qUtf8Printable(FilePath::lastPathComponent(input)));
     const QString tool = ffmpegPath();
     if (tool.isEmpty() || !QFileInfo::exists(tool)) {
@@ -57,8 +57,10 @@ QCoro::Task<> remux(QString input, QString output, MediaInfo info, ProgressCallb
     qCDebug(lcFFmpeg, "FFmpeg remux: %s → %s (%ld args)",
             qUtf8Printable(FilePath::lastPathComponent(input)),
             qUtf8Printable(FilePath::lastPathComponent(output)), long(arguments.size()));
-    co_await runFFmpegWithProgress(arguments, info.duration, std::move(progress), stop);
+    const QString lines =
+        co_await runFFmpegWithProgress(arguments, info.duration, std::move(progress), stop);
     qCInfo(lcFFmpeg, "Remux complete: %s", qUtf8Printable(FilePath::lastPathComponent(output)));
+    co_return lines;
 }
 
 } // namespace FFmpegService

@@ -46,6 +46,29 @@ QString errorLine(const RemuxItem& item) {
                                                    : QString();
 }
 
+QString errorDetailsText(const RemuxItem& item) {
+    if (item.status != ProcessingStatus::failed || !item.errorDetails) {
+        return QString();
+    }
+    // Line feeds are the lines' own separators; anything else could garble the tip.
+    QStringList lines = item.errorDetails->split(u'\n');
+    for (QString& line : lines) {
+        line = printable(line);
+    }
+    return lines.join(u'\n');
+}
+
+QString toolTip(const RemuxItem& item) {
+    if (item.status == ProcessingStatus::failed) {
+        const QString details = errorDetailsText(item);
+        return details.isEmpty() ? errorLine(item) : errorLine(item) + u"\n\n"_s + details;
+    }
+    if (item.status == ProcessingStatus::completed || item.status == ProcessingStatus::skipped) {
+        return printable(item.statusMessage.value_or(QString()));
+    }
+    return QString();
+}
+
 QString statusIconName(const RemuxItem& item) {
     switch (item.status) {
     case ProcessingStatus::completed:

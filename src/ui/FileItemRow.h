@@ -26,6 +26,11 @@ bool isMeasurable(const RemuxItem& item);
 QString percentText(double progress);
 // The error line, only for a failed item that has one.
 QString errorLine(const RemuxItem& item);
+// What a failed item's tool said, made printable; empty when it said nothing.
+QString errorDetailsText(const RemuxItem& item);
+// The row's tooltip: a failure's line with the tool's last lines under it, or the
+// whole note of a completed or skipped item, which the row may have to cut short.
+QString toolTip(const RemuxItem& item);
 // Freedesktop icon name of the state line's icon; empty when there is none.
 QString statusIconName(const RemuxItem& item);
 

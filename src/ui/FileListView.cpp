@@ -5,6 +5,7 @@
 #include "intake/Panels.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QContextMenuEvent>
 #include <QDragEnterEvent>
 #include <QIcon>
@@ -393,6 +394,9 @@ QStringList FileListView::contextMenuEntries(const RemuxItem& item) {
     QStringList entries{u"Show Original in Finder"_s};
     if (item.status == ProcessingStatus::failed) {
         entries.append(u"Retry"_s);
+        if (item.errorDetails) {
+            entries.append(u"Copy Error Details"_s);
+        }
     }
     if (item.status == ProcessingStatus::processing) {
         entries.append(u"Cancel"_s);
@@ -419,6 +423,10 @@ QMenu* FileListView::contextMenuFor(const QUuid& id) {
                     [url = item->url] { Panels::revealInFinder(url); });
         } else if (entry == u"Retry") {
             connect(action, &QAction::triggered, this, [this, id] { service_.retryItem(id); });
+        } else if (entry == u"Copy Error Details") {
+            connect(action, &QAction::triggered, this, [text = FileItemRow::toolTip(*item)] {
+                QGuiApplication::clipboard()->setText(text);
+            });
         } else if (entry == u"Cancel") {
             connect(action, &QAction::triggered, this, [this, id] { service_.cancelItem(id); });
         } else if (entry == u"Show Converted File in Finder") {

@@ -47,7 +47,7 @@ QVariant QueueModel::data(const QModelIndex& index, int role) const {
     case Qt::DisplayRole:
         return FileItemRow::fileName(item);
     case Qt::ToolTipRole:
-        return FileItemRow::errorLine(item).isEmpty() ? QVariant() : FileItemRow::errorLine(item);
+        return FileItemRow::toolTip(item).isEmpty() ? QVariant() : FileItemRow::toolTip(item);
     case Qt::AccessibleTextRole:
         return FileItemRow::fileName(item) + u", "_s + FileItemRow::accessibleLabel(item);
     case Qt::AccessibleDescriptionRole:

@@ -89,10 +89,14 @@ private Q_SLOTS:
         QTemporaryDir folder;
         TestSupport::copyInto(folder, TestSupport::mediaPath(u"hevc_aac.mkv"_s));
         TestSupport::copyInto(folder, TestSupport::mediaPath(u"no_video.mkv"_s));
+        // A tool that refuses the file, and an output found without video.
+        TestSupport::copyInto(folder, TestSupport::mediaPath(u"not_video.mkv"_s));
+        TestSupport::copyInto(folder, TestSupport::mediaPath(u"cut_after_header.mkv"_s));
         QFile(folder.filePath(u"notes.txt"_s)).open(QIODevice::WriteOnly);
-        const Result result =
-            runCli({u"--json"_s, u"-o"_s, folder.path(), folder.filePath(u"hevc_aac.mkv"_s),
-                    folder.filePath(u"no_video.mkv"_s), folder.filePath(u"notes.txt"_s)});
+        const Result result = runCli(
+            {u"--json"_s, u"-o"_s, folder.path(), folder.filePath(u"hevc_aac.mkv"_s),
+             folder.filePath(u"no_video.mkv"_s), folder.filePath(u"not_video.mkv"_s),
+             folder.filePath(u"cut_after_header.mkv"_s), folder.filePath(u"notes.txt"_s)});
         QCOMPARE(result.exitCode, 1);
         QMultiHash<QString, QJsonObject> events;
         QStringList order;
@@ -104,17 +108,28 @@ private Q_SLOTS:
             events.insert(event.value(u"event"_s).toString(), event);
             order.append(event.value(u"event"_s).toString());
         }
-        QCOMPARE(events.count(u"added"_s), 2);
+        QCOMPARE(events.count(u"added"_s), 4);
         QCOMPARE(events.value(u"feedback"_s).value(u"message"_s).toString(),
                  u"1 unsupported file skipped"_s);
-        QCOMPARE(events.count(u"verdict"_s), 2);
-        QCOMPARE(events.count(u"done"_s), 2);
+        QCOMPARE(events.count(u"verdict"_s), 4);
+        QCOMPARE(events.count(u"done"_s), 4);
         QCOMPARE(order.last(), u"batch"_s);
         const QJsonObject batch = events.value(u"batch"_s);
         QCOMPARE(batch.value(u"converted"_s).toInt(), 1);
-        QCOMPARE(batch.value(u"failed"_s).toInt(), 1);
+        QCOMPARE(batch.value(u"failed"_s).toInt(), 3);
         for (const QJsonObject& done : events.values(u"done"_s)) {
-            if (done.value(u"path"_s).toString().endsWith(u"no_video.mkv"_s)) {
+            const QString name = done.value(u"path"_s).toString().section(u'/', -1);
+            // Every failure of a tool run carries what the tool said; a verdict has
+            // no tool to quote.
+            QCOMPARE(done.contains(u"details"_s),
+                     name == u"not_video.mkv" || name == u"cut_after_header.mkv");
+            if (name == u"not_video.mkv") {
+                QVERIFY(done.value(u"details"_s).toString().contains(u"Invalid data found"_s));
+            } else if (name == u"cut_after_header.mkv") {
+                QCOMPARE(done.value(u"error"_s).toString(),
+                         u"The converted file has no video — the source may be cut short or damaged."_s);
+                QVERIFY(done.value(u"details"_s).toString().contains(u"File ended prematurely"_s));
+            } else if (name == u"no_video.mkv") {
                 QCOMPARE(done.value(u"status"_s).toString(), u"Error"_s);
                 QCOMPARE(done.value(u"error"_s).toString(), u"No video stream found"_s);
             } else {
@@ -122,6 +137,20 @@ private Q_SLOTS:
                 QCOMPARE(done.value(u"output"_s).toString(), folder.filePath(u"hevc_aac.mp4"_s));
             }
         }
+    }
+
+    void aFailureShowsTheToolsLinesUnderIt() {
+        QTemporaryDir folder;
+        TestSupport::copyInto(folder, TestSupport::mediaPath(u"not_video.mkv"_s));
+        const Result result = runCli({folder.path()});
+        QCOMPARE(result.exitCode, 1);
+        const QStringList lines = result.out.split(u'\n');
+        const qsizetype at = lines.indexOf(
+            u"Error      not_video.mkv  This doesn't look like a video file, or it's too damaged to read."_s);
+        QVERIFY2(at >= 0, qPrintable(result.out));
+        QVERIFY(lines.value(at + 1).startsWith(u"    "_s));
+        QVERIFY(lines.mid(at + 1).join(u'\n').contains(u"    "_s + folder.filePath(u"not_video.mkv"_s) +
+                                                          u": Invalid data found when processing input"_s));
     }
 
     void usageErrorsAndMissingTools() {

@@ -130,8 +130,12 @@ private Q_SLOTS:
                                        {u"codec_name"_s, u"subrip"_s},
                                        {u"tags"_s, QJsonObject{{u"language"_s, tags[i]}}}});
         }
-        const QString bin =
-            TestSupport::installFakeTool(*tools, u"ffprobe"_s, "cat \"$here/probe.json\"\n");
+        // The output is probed for real.
+        const QString bin = TestSupport::installFakeTool(
+            *tools, u"ffprobe"_s,
+            "case \"$*\" in *.mp4) exec " +
+                QFile::encodeName(TestSupport::bundledSupportPath()) +
+                "/ffmpeg/bin/ffprobe \"$@\";; esac\ncat \"$here/probe.json\"\n");
         QFile::link(TestSupport::bundledSupportPath() + u"/ffmpeg/bin/ffmpeg"_s,
                     bin + u"/ffmpeg"_s);
         QFile json(bin + u"/probe.json"_s);

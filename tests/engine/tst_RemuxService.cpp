@@ -1,4 +1,5 @@
 #include "DBusSession.h"
+#include "DiskLedger.h"
 #include "TestSupport.h"
 #include "engine/RemuxService.h"
 #include "tools/ChildProcess.h"
@@ -14,7 +15,7 @@ namespace {
 
 // Stands in for ffmpeg where timing matters. Sidecar runs write SubRip files;
 // remux runs write a partial output, log "start"/"end"/"term" with the output's
-// name, and behave as the file "mode" says: fail, hold (until "release-<name>"
+// name, finish with a real MP4, and behave as the file "mode" says: fail, hold (until "release-<name>"
 // exists), chatty (100 progress lines over a second), or finish at once. In mode
 // slowsrt the sidecar run writes its files and then waits to be stopped; in mode
 // stubborn the remux ignores SIGTERM until released.
@@ -41,6 +42,7 @@ case "$mode" in
   stubborn) while [ ! -e "$here/release-$name" ]; do sleep 0.02; done; echo "end $name" >> "$here/log"; exit 1;;
   chatty) i=0; while [ $i -lt 100 ]; do printf 'time=00:00:00.%02d \r' $i >&2; sleep 0.01 & p=$!; wait $p; i=$((i+1)); done;;
 esac
+cat "$here/sample.mp4" > "$last"
 echo "end $name" >> "$here/log"
 exit 0
 )SH";
@@ -173,37 +175,88 @@ private Q_SLOTS:
         QVERIFY(!service->isRemuxing());
     }
 
-    void realRunsCompleteWithOutputsAndSidecars() {
-        const QList<QUuid> ids = addAndProbe({add(u"subtitles.mkv"_s), add(u"hevc_aac.mkv"_s),
-                                              add(u"prores.mov"_s), add(u"no_video.mkv"_s)});
+    // clang-format off
+    // Every output is probed before its row says Completed. "corpus:" files were made
+    // by others. The files are what the folder holds afterwards besides the source.
+    void realRunsEndAsTheirOutputPlays_data() {
+        QTest::addColumn<QString>("media");
+        QTest::addColumn<QString>("outcome");
+        QTest::addColumn<QStringList>("files");
+        const QString noVideo = u"Error: The converted file has no video — the source may be cut short or damaged."_s;
+        QTest::newRow("an MKV cut off after its header fails") << u"cut_after_header.mkv"_s << noVideo << QStringList();
+        QTest::newRow("a camera MOV cut off after its header fails") << u"cut_after_header.mov"_s << noVideo << QStringList();
+        QTest::newRow("a video track without frames fails") << u"video_without_frames.mkv"_s << noVideo << QStringList();
+        QTest::newRow("a capture that starts between key frames is noted") << u"cut_start.ts"_s << u"Completed: The converted video is shorter than the source (0:00.5 of 0:01.2) — the source may be damaged."_s << QStringList{u"cut_start.mp4"_s};
+        QTest::newRow("timestamps that jump are no loss") << u"timestamp_jump.ts"_s << u"Completed"_s << QStringList{u"timestamp_jump.mp4"_s};
+        QTest::newRow("a subtitle track without cues is no failure") << u"empty_subtitles.mkv"_s << u"Completed"_s << QStringList{u"empty_subtitles.eng.srt"_s, u"empty_subtitles.mp4"_s};
+        QTest::newRow("text subtitles") << u"subtitles.mkv"_s << u"Completed"_s << QStringList{u"subtitles.eng.srt"_s, u"subtitles.fre.srt"_s, u"subtitles.ger.srt"_s, u"subtitles.mp4"_s};
+        QTest::newRow("HEVC") << u"hevc_aac.mkv"_s << u"Completed"_s << QStringList{u"hevc_aac.mp4"_s};
+        QTest::newRow("ProRes") << u"prores.mov"_s << u"Completed"_s << QStringList{u"prores.morvane.mov"_s};
+        QTest::newRow("MJPEG with MP3") << u"mjpeg.avi"_s << u"Completed"_s << QStringList{u"mjpeg.mov"_s};
+        QTest::newRow("AV1 without audio") << u"av1.mkv"_s << u"Completed"_s << QStringList{u"av1.mp4"_s};
+        QTest::newRow("DTS") << u"dts.mkv"_s << u"Completed"_s << QStringList{u"dts.mp4"_s};
+        QTest::newRow("FLAC") << u"flac.mp4"_s << u"Completed"_s << QStringList{u"flac.morvane.mp4"_s};
+        QTest::newRow("Opus") << u"opus.mkv"_s << u"Completed"_s << QStringList{u"opus.mp4"_s};
+        QTest::newRow("corpus: H.264 with AC-3") << u"corpus:sample.mkv"_s << u"Completed"_s << QStringList{u"sample.mp4"_s};
+        QTest::newRow("corpus: Vorbis") << u"corpus:sample_with_vorbis_audio.mkv"_s << u"Completed"_s << QStringList{u"sample_with_vorbis_audio.mp4"_s};
+        QTest::newRow("corpus: HEVC tagged hev1") << u"corpus:h265_bframes.mp4"_s << u"Completed"_s << QStringList{u"h265_bframes.morvane.mp4"_s};
+        QTest::newRow("corpus: big-endian PCM") << u"corpus:sample_twos_pcm.mp4"_s << u"Completed"_s << QStringList{u"sample_twos_pcm.morvane.mp4"_s};
+        QTest::newRow("corpus: H.264 in AVI") << u"corpus:sample-with-large-length.avi"_s << u"Completed"_s << QStringList{u"sample-with-large-length.mp4"_s};
+        QTest::newRow("corpus: HEVC in TS") << u"corpus:sample_h265.ts"_s << u"Completed"_s << QStringList{u"sample_h265.mp4"_s};
+        QTest::newRow("corpus: H.264 with MP2 in TS") << u"corpus:sample_h264_mpeg_audio.ts"_s << u"Completed"_s << QStringList{u"sample_h264_mpeg_audio.mp4"_s};
+    }
+    // clang-format on
+    void realRunsEndAsTheirOutputPlays() {
+        QFETCH(QString, media);
+        QFETCH(QString, outcome);
+        QFETCH(QStringList, files);
+        const bool corpus = media.startsWith(u"corpus:");
+        if (corpus && !TestSupport::corpusAvailable()) {
+            QSKIP("the shared corpus is not beside the checkout");
+        }
+        const QString source =
+            corpus ? TestSupport::copyInto(*folder, TestSupport::corpusPath(media.mid(7)))
+                   : add(media);
+        const QUuid id = addAndProbe({source}).first();
         service->startBatch();
         QVERIFY(waitForBatchEnd());
-        for (int i = 0; i < 3; ++i) {
-            const RemuxItem item = itemAt(ids[i]);
-            QCOMPARE(item.status, ProcessingStatus::completed);
-            QVERIFY(item.outputURL && QFileInfo(*item.outputURL).size() > 1000);
-        }
-        QCOMPARE(*itemAt(ids[2]).outputURL, folder->filePath(u"prores.morvane.mov"_s));
-        for (const char* sidecar :
-             {"subtitles.eng.srt", "subtitles.fre.srt", "subtitles.ger.srt"}) {
-            QVERIFY2(QFile::exists(folder->filePath(QString::fromLatin1(sidecar))), sidecar);
-        }
+        const RemuxItem item = itemAt(id);
+        QCOMPARE(DiskLedger::outcome(item), outcome);
+        // A failure says what the tool printed, and leaves only the source.
+        QCOMPARE(item.errorDetails.has_value(), item.status == ProcessingStatus::failed);
+        QStringList left = QDir(folder->path()).entryList(QDir::Files);
+        left.removeOne(FilePath::lastPathComponent(source));
+        QCOMPARE(left, files);
         QVERIFY(service->inflightOutputs().isEmpty());
+        if (item.status == ProcessingStatus::completed) {
+            QCOMPARE(*item.outputURL, folder->filePath(files.last()));
+        }
+    }
+
+    void theBatchNotificationCountsTheEnds() {
+        addAndProbe({add(u"hevc_aac.mkv"_s), add(u"no_video.mkv"_s), add(u"h264_aac.mp4"_s),
+                     add(u"cut_after_header.mkv"_s)});
+        service->startBatch();
+        QVERIFY(waitForBatchEnd());
         QTRY_COMPARE(recorder.calls.size(), 1);
-        QCOMPARE(recorder.calls.first().body, u"3 converted, 1 failed"_s);
+        QCOMPARE(recorder.calls.first().body, u"1 converted, 1 skipped, 2 failed"_s);
     }
 
     void cachedProbeMeansNoSecondProbe() {
         const QUuid id = addAndProbe({add(u"h264_aac.mkv"_s)}).first();
-        // From here on ffprobe only records that it was called.
-        const QString bin =
-            TestSupport::installFakeTool(*folder, u"ffprobe"_s, ": > \"$here/probed\"\nexit 1\n");
-        QFile::link(TestSupport::bundledSupportPath() + u"/ffmpeg/bin/ffmpeg"_s,
-                    bin + u"/ffmpeg"_s);
+        // From here on ffprobe records what it probes; only the output is read.
+        const QString real = TestSupport::bundledSupportPath() + u"/ffmpeg/bin/"_s;
+        const QString bin = TestSupport::installFakeTool(
+            *folder, u"ffprobe"_s,
+            "for last; do :; done\necho \"$last\" >> \"$here/probed\"\nexec " +
+                QFile::encodeName(real) + "ffprobe \"$@\"\n");
+        QFile::link(real + u"ffmpeg"_s, bin + u"/ffmpeg"_s);
         service->startBatch();
         QVERIFY(waitForBatchEnd());
         QCOMPARE(itemAt(id).status, ProcessingStatus::completed);
-        QVERIFY(!QFile::exists(bin + u"/probed"_s));
+        QFile probed(bin + u"/probed"_s);
+        QVERIFY(probed.open(QIODevice::ReadOnly));
+        QCOMPARE(probed.readAll(), QFile::encodeName(folder->filePath(u"h264_aac.mp4"_s)) + "\n");
     }
 
     void twoSourcesOnOneOutputCollide() {

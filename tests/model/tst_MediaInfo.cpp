@@ -25,6 +25,35 @@ MediaInfo video(const QString& codec, const QString& audio = {}, const QString& 
 }
 
 const QString none;
+
+// A stream layout in a few words: "h264 2.0s 48f aac 2*srt mpegts" reads as an H.264
+// video of 2 s and 48 frames, AAC audio, two SubRip tracks, in a transport stream.
+MediaInfo layout(const QString& words) {
+    MediaInfo info;
+    for (const QString& word : words.split(u' ', Qt::SkipEmptyParts)) {
+        if (word.endsWith(u's') && word.front().isDigit()) {
+            info.videoDuration = word.chopped(1).toDouble();
+        } else if (word.endsWith(u'f') && word.front().isDigit()) {
+            info.videoFrameCount = word.chopped(1).toLongLong();
+        } else if (word.startsWith(u"container=")) {
+            info.duration = word.mid(10).toDouble();
+        } else if (word.contains(u'*')) {
+            for (int i = 0; i < word.section(u'*', 0, 0).toInt(); ++i) {
+                info.subtitleStreams.append({i + 2, word.section(u'*', 1), std::nullopt});
+            }
+        } else if (word == u"mpegts") {
+            info.formatName = word;
+        } else if (word == u"hvc1" || word == u"hev1") {
+            info.videoCodecTag = word;
+        } else if (isQuickTimeAudioCodec(word) || word == u"flac") {
+            info.audioCodec = word;
+        } else {
+            info.hasVideoStream = true;
+            info.videoCodec = word;
+        }
+    }
+    return info;
+}
 } // namespace
 
 class MediaInfoTest final : public QObject {
@@ -36,6 +65,42 @@ private Q_SLOTS:
     }
 
     // clang-format off
+    void checkOutput_data() {
+        QTest::addColumn<QString>("source");
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<QString>("verdict");
+        const QString noVideo = u"fails: The converted file has no video — the source may be cut short or damaged."_s;
+        QTest::newRow("a whole copy plays") << u"h264 2.0s aac 2*subrip"_s << u"h264 2.0s 48f aac 2*mov_text"_s << QString();
+        QTest::newRow("no video stream") << u"h264 2.0s aac"_s << u"aac"_s << noVideo;
+        QTest::newRow("a video stream of another codec") << u"h264 2.0s"_s << u"mjpeg 1.0s 1f"_s << noVideo;
+        QTest::newRow("no frames by count") << u"h264 2.0s"_s << u"h264 2.0s 0f"_s << noVideo;
+        QTest::newRow("no count and no length") << u"h264 2.0s"_s << u"h264 0s"_s << noVideo;
+        QTest::newRow("no count but a length plays") << u"h264 2.0s"_s << u"h264 2.0s"_s << QString();
+        QTest::newRow("shorter by more than half a second") << u"h264 72.5s"_s << u"h264 4.2s 100f"_s << u"notes: The converted video is shorter than the source (0:04.2 of 1:12) — the source may be damaged."_s;
+        QTest::newRow("half a second short is within reach") << u"h264 2.0s"_s << u"h264 1.5s 36f"_s << QString();
+        QTest::newRow("2 % short of an hour is within reach") << u"h264 3600s"_s << u"h264 3529s 9f"_s << QString();
+        QTest::newRow("more than 2 % short of an hour") << u"h264 3600s"_s << u"h264 3527s 9f"_s << u"notes: The converted video is shorter than the source (58:47 of 1:00:00) — the source may be damaged."_s;
+        QTest::newRow("the source's video, not its container") << u"h264 2.0s aac container=9"_s << u"h264 2.0s 48f aac"_s << QString();
+        QTest::newRow("no video length: the container's") << u"h264 aac container=9"_s << u"h264 2.0s 48f aac"_s << u"notes: The converted video is shorter than the source (0:02.0 of 0:09.0) — the source may be damaged."_s;
+        QTest::newRow("an unknown length notes nothing") << u"h264 aac"_s << u"h264 2.0s 48f aac"_s << QString();
+        QTest::newRow("a transport stream whose timestamps jump") << u"h264 602s aac mpegts"_s << u"h264 4.0s 96f aac container=4.04"_s << QString();
+        QTest::newRow("a transport stream that lost its start") << u"h264 1.2s aac mpegts"_s << u"h264 0.5s 12f aac container=1.37"_s << u"notes: The converted video is shorter than the source (0:00.5 of 0:01.2) — the source may be damaged."_s;
+        QTest::newRow("audio lost") << u"h264 2s flac"_s << u"h264 2s 48f"_s << u"notes: The converted file has no audio, although the source has some."_s;
+        QTest::newRow("subtitles lost") << u"h264 2s 3*subrip 1*hdmv_pgs_subtitle"_s << u"h264 2s 48f 1*mov_text"_s << u"notes: The converted file holds 1 of 3 subtitle tracks."_s;
+        QTest::newRow("HEVC without hvc1") << u"hevc 2s"_s << u"hevc hev1 2s 48f"_s << u"notes: The converted HEVC video is not tagged hvc1 — QuickTime may not play it."_s;
+        QTest::newRow("HEVC with hvc1") << u"hevc 2s"_s << u"hevc hvc1 2s 48f"_s << QString();
+    }
+    void checkOutput() {
+        QFETCH(QString, source);
+        QFETCH(QString, output);
+        QFETCH(QString, verdict);
+        const OutputCheck check = ::checkOutput(layout(source), layout(output));
+        const QString found = check.failure ? u"fails: "_s + *check.failure
+                              : check.notes.isEmpty() ? QString()
+                                                      : u"notes: "_s + check.notes.join(u" | "_s);
+        QCOMPARE(found, verdict);
+    }
+
     void unsupportedReason_data() {
         QTest::addColumn<QString>("codec");
         QTest::addColumn<bool>("av1InHardware");

@@ -17,6 +17,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QClipboard>
 #include <QTimer>
 #include <QToolButton>
 
@@ -25,7 +26,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 // Sidecars are written at once; a remux writes a partial output and holds until
-// "release-<name>" exists.
+// "release-<name>" exists, then finishes with a real MP4.
 const QByteArray holdingFfmpeg = R"SH(for last; do :; done
 case " $* " in
   *" srt "*) for a in "$@"; do case "$a" in *.srt) printf '1\n00:00:00,000 --> 00:00:01,000\nx\n' > "$a";; esac; done; exit 0;;
@@ -33,6 +34,7 @@ esac
 printf partial > "$last"
 trap 'exit 255' TERM
 while [ ! -e "$here/release-$(basename "$last")" ]; do sleep 0.02; done
+cat "$here/sample.mp4" > "$last"
 exit 0
 )SH";
 
@@ -163,7 +165,10 @@ private Q_SLOTS:
         done.outputURL = u"/videos/Clip.mp4"_s;
         QTest::newRow("pending") << itemWith(ProcessingStatus::pending) << QStringList{u"Show Original in Finder"_s, u"Remove"_s};
         QTest::newRow("processing") << itemWith(ProcessingStatus::processing) << QStringList{u"Show Original in Finder"_s, u"Cancel"_s, u"Remove"_s};
+        RemuxItem explained = itemWith(ProcessingStatus::failed);
+        explained.errorDetails = u"[h264 @ 0x1] no frame!"_s;
         QTest::newRow("failed") << itemWith(ProcessingStatus::failed) << QStringList{u"Show Original in Finder"_s, u"Retry"_s, u"Remove"_s};
+        QTest::newRow("failed with the tool's lines") << explained << QStringList{u"Show Original in Finder"_s, u"Retry"_s, u"Copy Error Details"_s, u"Remove"_s};
         QTest::newRow("completed with output") << done << QStringList{u"Show Original in Finder"_s, u"Show Converted File in Finder"_s, u"Remove"_s};
         QTest::newRow("completed without output") << itemWith(ProcessingStatus::completed) << QStringList{u"Show Original in Finder"_s, u"Remove"_s};
         QTest::newRow("skipped") << itemWith(ProcessingStatus::skipped) << QStringList{u"Show Original in Finder"_s, u"Remove"_s};
@@ -173,6 +178,27 @@ private Q_SLOTS:
         QFETCH(RemuxItem, item);
         QFETCH(QStringList, entries);
         QCOMPARE(FileListView::contextMenuEntries(item), entries);
+    }
+
+    // The row keeps its one sentence; the tooltip and the copy add what the tool said.
+    void aFailureTellsWhatTheToolSaid() {
+        const QUuid id = addAndProbe({u"not_video.mkv"_s}).first();
+        const QModelIndex row = window->list().model()->index(0, 0);
+        const QString tip = row.data(Qt::ToolTipRole).toString();
+        QVERIFY2(tip.startsWith(u"This doesn't look like a video file, or it's too damaged to read.\n\n"_s), qPrintable(tip));
+        QVERIFY(tip.contains(u"Invalid data found when processing input"_s));
+        QMenu* menu = window->list().contextMenuFor(id);
+        QVERIFY(menu);
+        const QList<QAction*> actions = menu->actions();
+        const auto copy = std::find_if(actions.begin(), actions.end(), [](QAction* action) {
+            return action->text() == u"Copy Error Details";
+        });
+        QVERIFY(copy != actions.end());
+        (*copy)->trigger();
+        QCOMPARE(QGuiApplication::clipboard()->text(), tip);
+        menu->close();
+        engine().retryItem(id);
+        QVERIFY(!engine().item(id)->errorDetails);
     }
 
     void deleteAndRemove() {
