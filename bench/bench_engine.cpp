@@ -4,7 +4,9 @@
 // - the time to append 10,000 files to a queue that holds 10,000, and the heap the
 //   engine holds for 20,000 items;
 // - what a run whose probe is cached adds, from Start to completed, to the bare
-//   ffmpeg time of the same command (medians of alternating runs).
+//   ffmpeg time of the same command (medians of alternating runs), and what the
+//   probe of the output before Completed costs, on that small output and on a
+//   large one.
 
 #include "BenchSupport.h"
 #include "async/BackgroundTask.h"
@@ -23,6 +25,13 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+
+// The early probe's arguments, which the output check uses too.
+QStringList probeArguments(const QString& file) {
+    return {u"-v"_s,   u"error"_s, u"-print_format"_s,   u"json"_s, u"-show_streams"_s,
+            u"-show_format"_s, u"-analyzeduration"_s, u"100M"_s, u"-probesize"_s,   u"100M"_s,
+            file};
+}
 
 // Spins the event loop until the batch has ended.
 void waitForBatchEnd(RemuxService& service) {
@@ -99,6 +108,8 @@ void startToCompletedFigures(const QString& media, const QString& work) {
     const QString output = work + u"/"_s + QFileInfo(media).completeBaseName() + u".mp4"_s;
     std::vector<double> engine;
     std::vector<double> bare;
+    std::vector<double> check;
+    std::vector<double> bareProbe;
     for (int run = 0; run < 11; ++run) {
         QFile::remove(output);
         const QUuid id = addAndProbe(service, {media}).first();
@@ -112,10 +123,17 @@ void startToCompletedFigures(const QString& media, const QString& work) {
             engine.push_back(clock.nsecsElapsed() / 1e6);
             QFile::remove(output);
         };
+        // The output check of a run is this one probe of what the run wrote.
         const auto timeBare = [&] {
             clock.start();
             Bench::runQuietly(FFmpegService::ffmpegPath(), arguments);
             bare.push_back(clock.nsecsElapsed() / 1e6);
+            clock.start();
+            Async::waitFor(FFmpegService::probe(output));
+            check.push_back(clock.nsecsElapsed() / 1e6);
+            clock.start();
+            Bench::runQuietly(FFmpegService::ffprobePath(), probeArguments(output));
+            bareProbe.push_back(clock.nsecsElapsed() / 1e6);
             QFile::remove(output);
         };
         if (run % 2 == 0) {
@@ -130,6 +148,32 @@ void startToCompletedFigures(const QString& media, const QString& work) {
     std::printf("start_to_completed_ms,%.2f\n", Bench::median(engine));
     std::printf("bare_ffmpeg_ms,%.2f\n", Bench::median(bare));
     std::printf("start_to_completed_added_ms,%.2f\n", Bench::median(engine) - Bench::median(bare));
+    std::printf("output_check_ms,%.2f\n", Bench::median(check));
+    std::printf("bare_ffprobe_ms,%.2f\n", Bench::median(bareProbe));
+}
+
+// The output check on a large output: one probe of its header, however big the file.
+void outputCheckOfALargeFile(const QString& big, const QString& work) {
+    const QString output = work + u"/large-check.mp4"_s;
+    QFile::remove(output);
+    Bench::runQuietly(FFmpegService::ffmpegPath(),
+                      {u"-i"_s, big, u"-map"_s, u"0:v:0"_s, u"-map"_s, u"0:a:0"_s, u"-c"_s,
+                       u"copy"_s, u"-y"_s, output});
+    std::vector<double> check;
+    std::vector<double> bare;
+    for (int run = 0; run < 11; ++run) {
+        QElapsedTimer clock;
+        clock.start();
+        Async::waitFor(FFmpegService::probe(output));
+        check.push_back(clock.nsecsElapsed() / 1e6);
+        clock.start();
+        Bench::runQuietly(FFmpegService::ffprobePath(), probeArguments(output));
+        bare.push_back(clock.nsecsElapsed() / 1e6);
+    }
+    std::printf("large_output_check_ms,%.2f\n", Bench::median(check));
+    std::printf("large_bare_ffprobe_ms,%.2f\n", Bench::median(bare));
+    std::printf("large_output_mib,%lld\n", (long long)(QFileInfo(output).size() >> 20));
+    QFile::remove(output);
 }
 
 // 100 folders of 1,000 entries each, a tenth of them videos; the rest are other
@@ -171,6 +215,7 @@ int main(int argc, char** argv) {
     std::printf("main_thread_worst_stall_ms,%.2f\n", largestStallDuringBatch(big, work));
     appendFigures(work);
     startToCompletedFigures(small, work);
+    outputCheckOfALargeFile(big, work);
     scanFigures(work);
     return 0;
 }

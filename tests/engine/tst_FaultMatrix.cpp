@@ -126,6 +126,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("outcome");
         const QString missing = u"Error: The file is missing or was moved."_s;
         const QString unparsable = u"Error: Could not parse ffprobe output."_s;
+        // Probes of the output (an .mp4) wait or lie; the source's are real.
+        const QByteArray realProbe = QFile::encodeName(TestSupport::bundledSupportPath()) + "/ffmpeg/bin/ffprobe";
+        const QByteArray heldCheck = "for last; do :; done\ncase \"$last\" in *.mp4) echo 'start check' >> \"$here/log\"\n"
+                                     "  while [ ! -e \"$here/go-check\" ]; do sleep 0.02; done;; esac\nexec " + realProbe + " \"$@\"\n";
+        const QByteArray garbledCheck = "for last; do :; done\ncase \"$last\" in *.mp4) echo '{'; exit 0;; esac\nexec " + realProbe + " \"$@\"\n";
+        QTest::newRow("cancelled during the output check") << u"subtitles.mkv"_s << heldCheck << u"real"_s << u"check"_s << u"cancel"_s << u"Error: Cancelled"_s;
+        QTest::newRow("the output can't be read back") << u"subtitles.mkv"_s << garbledCheck << u"real"_s << QString() << QString() << u"Error: The converted file can't be read — the source may be cut short or damaged."_s;
         QTest::newRow("ffmpeg killed mid-write") << u"h264_aac.mkv"_s << QByteArray() << u"KILL"_s << QString() << QString() << u"Error: ffmpeg exited with code 137"_s;
         QTest::newRow("ffmpeg crashes after the sidecars") << u"subtitles.mkv"_s << QByteArray() << u"SEGV"_s << QString() << QString() << u"Error: ffmpeg exited with code 139"_s;
         QTest::newRow("ffmpeg ignores SIGTERM, then finishes") << u"subtitles.mkv"_s << QByteArray() << u"stubborn"_s << u"clip.mp4"_s << u"cancel"_s << u"Error: Cancelled"_s;
