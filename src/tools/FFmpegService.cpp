@@ -11,6 +11,7 @@
 #include <QFileInfo>
 #include <QPointer>
 #include <QProcess>
+#include <QRegularExpression>
 
 #include <mutex>
 
@@ -115,6 +116,26 @@ void verifyTools() {
 QString lastLines(const QString& text, int count) {
     const QStringList lines = TextLines::nonBlankLines(text);
     return lines.mid(std::max<qsizetype>(0, lines.size() - count)).join(u'\n');
+}
+
+std::optional<FFmpegBuild> parseVersionOutput(const QString& text) {
+    static const QRegularExpression first(u"^ffmpeg version (\\S+)"_s);
+    const QRegularExpressionMatch match = first.match(text);
+    if (!match.hasMatch()) {
+        return std::nullopt;
+    }
+    // The packager's revision ("5.1.6-0+deb12u1") is no part of FFmpeg's version.
+    QString version = match.captured(1);
+    version = version.left(version.indexOf(u'-') < 0 ? version.size() : version.indexOf(u'-'));
+    // The licence follows from how the build was configured.
+    const bool gpl = text.contains(u"--enable-gpl"_s);
+    const bool version3 = text.contains(u"--enable-version3"_s);
+    QString license = gpl ? (version3 ? u"GPL-3.0-or-later"_s : u"GPL-2.0-or-later"_s)
+                          : (version3 ? u"LGPL-3.0-or-later"_s : u"LGPL-2.1-or-later"_s);
+    if (text.contains(u"--enable-nonfree"_s)) {
+        license = u"nonfree"_s;
+    }
+    return FFmpegBuild{version, license};
 }
 
 const QProcessEnvironment& childEnvironment() {

@@ -44,6 +44,17 @@ void verifyTools();
 // line separator counts by itself, carriage returns included.
 QString lastLines(const QString& text, int count);
 
+// What `ffmpeg -version` says of the build that runs: its upstream version and the
+// licence its configuration puts it under.
+struct FFmpegBuild {
+    QString version;
+    QString license;
+
+    bool operator==(const FFmpegBuild&) const = default;
+};
+// Absent when the text is not ffmpeg's answer to -version.
+std::optional<FFmpegBuild> parseVersionOutput(const QString& text);
+
 // The application's own environment, taken once and handed unchanged to every child.
 const QProcessEnvironment& childEnvironment();
 

@@ -2,6 +2,9 @@
 
 #include "model/RemuxItem.h"
 
+#include <QFileInfo>
+#include <QProcess>
+
 #include <QFontDatabase>
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -16,12 +19,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QString ffmpegVersion() {
-    return QStringLiteral(MORVANE_FFMPEG_VERSION);
-}
-QString ffmpegLicense() {
-    return QStringLiteral(MORVANE_FFMPEG_LICENSE);
-}
 
 QLabel* label(const QString& text, Qt::TextFormat format, QWidget* parent) {
     auto* label = new QLabel(parent);
@@ -254,22 +251,43 @@ HelpView::HelpView(QWidget* parent) : QScrollArea(parent) {
             .arg(QUrl(site).host(), site, email));
 
     body = section({u"Credits", u"text-x-generic-template", QStyle::SP_FileDialogInfoView});
-    if (ffmpegVersion().isEmpty()) {
-        paragraph(
-            body,
-            u"Morvane uses **FFmpeg** to do the actual remux work. FFmpeg is free, open-source software maintained by the FFmpeg project."_s);
-        paragraph(body, u"This build of Morvane bundles no FFmpeg."_s);
-    } else {
-        paragraph(
-            body,
-            u"Morvane uses **FFmpeg %1** to do the actual remux work. FFmpeg is free, open-source software maintained by the FFmpeg project."_s
-                .arg(ffmpegVersion()));
-        paragraph(body,
-                  u"The version bundled with Morvane is built under the **%1** license."_s.arg(
-                      ffmpegLicense()));
-    }
+    paragraph(body, creditsText(std::nullopt));
+    credits_ = qobject_cast<QLabel*>(body->itemAt(body->count() - 1)->widget());
+    paragraph(body, QString());
+    license_ = qobject_cast<QLabel*>(body->itemAt(body->count() - 1)->widget());
     stack->addStretch(1);
     setWidget(canvas);
+    readFFmpegBuild();
+}
+
+QString HelpView::creditsText(const std::optional<FFmpegService::FFmpegBuild>& build) {
+    return u"Morvane uses **FFmpeg"_s + (build ? u' ' + build->version : QString()) +
+           u"** to do the actual remux work. FFmpeg is free, open-source software maintained by the FFmpeg project."_s;
+}
+
+// The FFmpeg that runs may be the system's, which an update changes under a running
+// build: its own answer to -version, asked once, is what the credits name.
+void HelpView::readFFmpegBuild() {
+    const QString tool = FFmpegService::ffmpegPath();
+    if (tool.isEmpty() || !QFileInfo::exists(tool)) {
+        license_->setText(u"Morvane could not find its FFmpeg."_s);
+        return;
+    }
+    auto* child = new QProcess(this);
+    child->setStandardInputFile(QProcess::nullDevice());
+    child->setProcessEnvironment(FFmpegService::childEnvironment());
+    connect(child, &QProcess::finished, this, [this, child] {
+        const std::optional<FFmpegService::FFmpegBuild> build =
+            FFmpegService::parseVersionOutput(QString::fromUtf8(child->readAllStandardOutput()));
+        child->deleteLater();
+        if (!build) {
+            return;
+        }
+        credits_->setText(creditsText(build));
+        license_->setText(u"The FFmpeg that Morvane runs is built under the **"_s + build->license +
+                          u"** license."_s);
+    });
+    child->start(tool, {u"-hide_banner"_s, u"-version"_s});
 }
 
 QStringList HelpView::texts() const {
