@@ -6,7 +6,7 @@ MORVANE_PACKAGES=(
     qt6-base-dev qt6-base-dev-tools libgl-dev qt6-qpa-plugins qcoro-qt6-dev
     ffmpeg
     xvfb xauth dbus dbus-x11
-    desktop-file-utils appstream dpkg-dev
+    desktop-file-utils appstream dpkg-dev help2man
 )
 
 ensure_packages() {
