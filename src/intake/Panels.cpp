@@ -11,6 +11,8 @@
 #include <QDBusPendingCallWatcher>
 #include <QDesktopServices>
 #include <QFileDialog>
+#include <QItemSelectionModel>
+#include <QLineEdit>
 #include <QFileInfo>
 #include <QFileSystemModel>
 #include <QLoggingCategory>
@@ -84,6 +86,17 @@ QFileDialog* presentImportPanel(QWidget* parent, std::function<void(QStringList)
     dialog->setFileMode(QFileDialog::ExistingFiles);
     dialog->setNameFilter(importNameFilter());
     dialog->setLabelText(QFileDialog::Accept, u"Add"_s);
+    // Qt's dialog names its button "Open" while a folder is selected, as if pressing
+    // it stepped into the folder; here it adds the folder, so the name stays. Queued,
+    // to come after the dialog's own update of the button.
+    const auto keepLabel = [dialog] { dialog->setLabelText(QFileDialog::Accept, u"Add"_s); };
+    if (const auto* view = dialog->findChild<QAbstractItemView*>(u"listView"_s)) {
+        QObject::connect(view->selectionModel(), &QItemSelectionModel::selectionChanged, dialog,
+                         keepLabel, Qt::QueuedConnection);
+    }
+    if (const auto* name = dialog->findChild<QLineEdit*>(u"fileNameEdit"_s)) {
+        QObject::connect(name, &QLineEdit::textChanged, dialog, keepLabel, Qt::QueuedConnection);
+    }
     QObject::connect(dialog, &QDialog::accepted, dialog,
                      [dialog, completion = std::move(completion)] { completion(dialog->chosen); });
     dialog->open();

@@ -6,6 +6,8 @@
 #include "model/FilePath.h"
 
 #include <QHBoxLayout>
+#include "Alert.h"
+
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -33,9 +35,9 @@ ControlBar::ControlBar(RemuxService& service, FileListView& list, QWidget* paren
       clearCompleted_(makeButton(u"clearCompleted"_s, u"Clear Completed"_s, this)) {
     import_->setToolTip(u"Import video files or a folder"_s);
     start_->setToolTip(u"Start remuxing the queue"_s);
-    start_->setDefault(true); // the one prominent button of the bar
-    start_->setShortcut(QKeySequence(u"Ctrl+Return"_s));
-    cancel_->setShortcut(QKeySequence(u"Ctrl+Escape"_s));
+    // Start is no default button: a plain Return must not start a batch. Ctrl+Return
+    // and Ctrl+Escape belong to the window's Start and Cancel All, which the Help
+    // window shares.
 
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(12, 2, 12, 2);
@@ -125,15 +127,15 @@ void ControlBar::removeSelection() {
         remove();
         return;
     }
-    auto* confirm = new QMessageBox(
-        QMessageBox::Warning,
-        ids.size() == 1 ? u"Remove this item?"_s : u"Remove %1 items?"_s.arg(ids.size()),
-        u"This stops any in-progress conversion for the selected items. Source files are not affected."_s,
-        QMessageBox::NoButton, this);
+    QMessageBox* confirm = Alert::create(
+        this,
+        ids.size() == 1 ? u"Remove this item?"_s
+                        : u"Remove "_s + QString::number(ids.size()) + u" items?"_s,
+        u"This stops any in-progress conversion for the selected items. Source files are not affected."_s);
     confirm->setObjectName(u"removeSelectionConfirmation"_s);
     confirm->setAttribute(Qt::WA_DeleteOnClose);
     QPushButton* destroy = confirm->addButton(remove_->text(), QMessageBox::DestructiveRole);
-    confirm->addButton(QMessageBox::Cancel);
+    Alert::addCancel(confirm);
     connect(confirm, &QMessageBox::finished, this, [confirm, destroy, remove] {
         if (confirm->clickedButton() == destroy) {
             remove();

@@ -45,6 +45,12 @@ DropFeedbackBanner::DropFeedbackBanner(RemuxService& service, QWidget* parent)
     layout->addWidget(icon);
     layout->addWidget(text_, 1);
     layout->addWidget(dismiss_);
+    // The fade works through this effect; without it the animation has no target.
+    opacity_ = new QGraphicsOpacityEffect(this);
+    opacity_->setOpacity(1.0);
+    setGraphicsEffect(opacity_);
+    // Nothing to say yet: the strip is not on screen until there is.
+    setVisible(false);
     connect(&service_, &RemuxService::dropFeedbackMessageChanged, this,
             &DropFeedbackBanner::follow);
     follow();
@@ -66,29 +72,36 @@ void DropFeedbackBanner::follow() {
         return;
     }
     shown_ = showing;
+    // A message that comes while the strip slides out turns it around from where it
+    // stands; the slide-out's end must not hide it afterwards.
+    const bool midway = animation_ != nullptr;
+    if (animation_) {
+        animation_->stop();
+    }
+    const int from = midway ? height() : (showing ? 0 : height());
+    const double fadeFrom = midway ? opacity_->opacity() : (showing ? 0.0 : 1.0);
     if (showing) {
-        setMaximumHeight(0);
+        setMaximumHeight(from);
         setVisible(true);
     }
-    const int fullHeight = sizeHint().height();
-    auto* slide = new QPropertyAnimation(this, "maximumHeight", this);
+    auto* slide = new QPropertyAnimation(this, "maximumHeight");
     slide->setDuration(200);
     slide->setEasingCurve(QEasingCurve::InOutQuad);
-    slide->setStartValue(showing ? 0 : height());
-    slide->setEndValue(showing ? fullHeight : 0);
-    auto* fade = new QPropertyAnimation(opacity_, "opacity", this);
+    slide->setStartValue(from);
+    slide->setEndValue(showing ? sizeHint().height() : 0);
+    auto* fade = new QPropertyAnimation(opacity_, "opacity");
     fade->setDuration(200);
     fade->setEasingCurve(QEasingCurve::InOutQuad);
-    fade->setStartValue(showing ? 0.0 : 1.0);
+    fade->setStartValue(fadeFrom);
     fade->setEndValue(showing ? 1.0 : 0.0);
-    auto* both = new QParallelAnimationGroup(this);
-    both->addAnimation(slide);
-    both->addAnimation(fade);
-    connect(both, &QAbstractAnimation::finished, this, [this, showing] {
+    animation_ = new QParallelAnimationGroup(this);
+    animation_->addAnimation(slide);
+    animation_->addAnimation(fade);
+    connect(animation_, &QAbstractAnimation::finished, this, [this, showing] {
         setMaximumHeight(QWIDGETSIZE_MAX);
         if (!showing) {
             setVisible(false);
         }
     });
-    both->start(QAbstractAnimation::DeleteWhenStopped);
+    animation_->start(QAbstractAnimation::DeleteWhenStopped);
 }

@@ -5,6 +5,8 @@
 // dismisses it.
 
 #include <QFrame>
+#include <QParallelAnimationGroup>
+#include <QPointer>
 
 class QGraphicsOpacityEffect;
 class QLabel;
@@ -28,5 +30,7 @@ private:
     QLabel* text_;
     QToolButton* dismiss_;
     QGraphicsOpacityEffect* opacity_ = nullptr;
+    // The slide and fade under way, if any; it deletes itself when it stops.
+    QPointer<QParallelAnimationGroup> animation_;
     bool shown_ = false;
 };

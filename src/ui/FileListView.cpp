@@ -1,5 +1,6 @@
 #include "FileListView.h"
 
+#include "Alert.h"
 #include "DropOverlay.h"
 #include "FileItemRow.h"
 #include "intake/Panels.h"
@@ -338,18 +339,32 @@ void FileListView::setDragging(bool dragging) {
     viewport()->update();
 }
 
+QList<QUrl> FileListView::localFiles(const QMimeData* data) {
+    QList<QUrl> files;
+    for (const QUrl& url : data->urls()) {
+        if (url.isLocalFile()) {
+            files.append(url);
+        }
+    }
+    return files;
+}
+
+// A drop is always a copy: the sources stay where they are, whatever the dragging
+// application proposes.
 void FileListView::dragEnterEvent(QDragEnterEvent* event) {
-    if (event->mimeData()->hasUrls()) {
+    if (!localFiles(event->mimeData()).isEmpty()) {
         setDragging(true);
-        event->acceptProposedAction();
+        event->setDropAction(Qt::CopyAction);
+        event->accept();
     } else {
         event->ignore();
     }
 }
 
 void FileListView::dragMoveEvent(QDragMoveEvent* event) {
-    if (event->mimeData()->hasUrls()) {
-        event->acceptProposedAction();
+    if (!localFiles(event->mimeData()).isEmpty()) {
+        event->setDropAction(Qt::CopyAction);
+        event->accept();
     } else {
         event->ignore();
     }
@@ -362,13 +377,14 @@ void FileListView::dragLeaveEvent(QDragLeaveEvent* event) {
 
 void FileListView::dropEvent(QDropEvent* event) {
     setDragging(false);
-    if (!event->mimeData()->hasUrls()) {
+    const QList<QUrl> urls = localFiles(event->mimeData());
+    if (urls.isEmpty()) {
         event->ignore();
         return;
     }
-    // Success at once, whatever the URLs hold: the engine tells what it left out.
-    const QList<QUrl> urls = event->mimeData()->urls();
-    event->acceptProposedAction();
+    // Success at once, whatever the files are: the engine tells what it left out.
+    event->setDropAction(Qt::CopyAction);
+    event->accept();
     QMetaObject::invokeMethod(
         this, [this, urls] { service_.handleDrop(urls); }, Qt::QueuedConnection);
 }
@@ -391,7 +407,7 @@ void FileListView::keyPressEvent(QKeyEvent* event) {
 }
 
 QStringList FileListView::contextMenuEntries(const RemuxItem& item) {
-    QStringList entries{u"Show Original in Finder"_s};
+    QStringList entries{u"Show Original in File Manager"_s};
     if (item.status == ProcessingStatus::failed) {
         entries.append(u"Retry"_s);
         if (item.errorDetails) {
@@ -402,7 +418,7 @@ QStringList FileListView::contextMenuEntries(const RemuxItem& item) {
         entries.append(u"Cancel"_s);
     }
     if (item.status == ProcessingStatus::completed && item.outputURL) {
-        entries.append(u"Show Converted File in Finder"_s);
+        entries.append(u"Show Converted File in File Manager"_s);
     }
     entries.append(u"Remove"_s);
     return entries;
@@ -418,7 +434,7 @@ QMenu* FileListView::contextMenuFor(const QUuid& id) {
     // Each entry acts on this row's item alone, whatever else is selected.
     for (const QString& entry : contextMenuEntries(*item)) {
         QAction* action = menu->addAction(entry);
-        if (entry == u"Show Original in Finder") {
+        if (entry == u"Show Original in File Manager") {
             connect(action, &QAction::triggered, this,
                     [url = item->url] { Panels::revealInFinder(url); });
         } else if (entry == u"Retry") {
@@ -429,7 +445,7 @@ QMenu* FileListView::contextMenuFor(const QUuid& id) {
             });
         } else if (entry == u"Cancel") {
             connect(action, &QAction::triggered, this, [this, id] { service_.cancelItem(id); });
-        } else if (entry == u"Show Converted File in Finder") {
+        } else if (entry == u"Show Converted File in File Manager") {
             connect(action, &QAction::triggered, this,
                     [url = *item->outputURL] { Panels::revealInFinder(url); });
         } else {
@@ -437,6 +453,16 @@ QMenu* FileListView::contextMenuFor(const QUuid& id) {
         }
     }
     return menu;
+}
+
+// A right-click opens the row's menu and nothing else: the menu acts on its own row,
+// so the selection the user made stays as it was.
+void FileListView::mousePressEvent(QMouseEvent* event) {
+    if (event->button() == Qt::RightButton) {
+        event->accept();
+        return;
+    }
+    QListView::mousePressEvent(event);
 }
 
 void FileListView::contextMenuEvent(QContextMenuEvent* event) {
@@ -458,14 +484,13 @@ void FileListView::removeFromMenu(const QUuid& id) {
         service_.removeItem(id);
         return;
     }
-    auto* confirm = new QMessageBox(
-        QMessageBox::Warning, u"Remove this item?"_s,
-        u"This stops the in-progress conversion. The source file is not affected."_s,
-        QMessageBox::NoButton, this);
+    QMessageBox* confirm = Alert::create(
+        this, u"Remove this item?"_s,
+        u"This stops the in-progress conversion. The source file is not affected."_s);
     confirm->setObjectName(u"removeConfirmation"_s);
     confirm->setAttribute(Qt::WA_DeleteOnClose);
     QPushButton* remove = confirm->addButton(u"Remove"_s, QMessageBox::DestructiveRole);
-    confirm->addButton(QMessageBox::Cancel);
+    Alert::addCancel(confirm);
     connect(confirm, &QMessageBox::finished, this, [this, confirm, remove, id] {
         if (confirm->clickedButton() == remove) {
             service_.removeItem(id);

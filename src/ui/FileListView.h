@@ -40,10 +40,13 @@ protected:
     void dropEvent(QDropEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void contextMenuEvent(QContextMenuEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
 private:
     void setDragging(bool dragging);
+    // The local files of a drag; links from a browser and other URLs are not ours.
+    static QList<QUrl> localFiles(const QMimeData* data);
     int rowHeight(const QModelIndex& index) const;
     void rememberHeights(int first, int last);
     void updateOverlay();

@@ -10,6 +10,8 @@
 #include <QCloseEvent>
 #include <QFrame>
 #include <QMenuBar>
+#include "Alert.h"
+
 #include <QMessageBox>
 #include <QPushButton>
 #include <QStyle>
@@ -50,13 +52,14 @@ MainWindow::MainWindow(AppDelegate& app, QWidget* parent)
                                       &RemuxService::clearCompleted);
     clearAll_ = file->addAction(u"Clear All…"_s, this, &MainWindow::confirmClearAll);
     file->addSeparator();
-    file->addAction(u"Quit"_s, QKeySequence::Quit, this, [this] { app_.requestQuit(this); });
+    QAction* quit =
+        file->addAction(u"Quit"_s, QKeySequence::Quit, this, [this] { app_.requestQuit(this); });
 
     QMenu* convert = menuBar()->addMenu(u"&Convert"_s);
-    start_ = convert->addAction(u"Start"_s, QKeySequence(u"Ctrl+R"_s), &engine,
-                                &RemuxService::startBatch);
-    cancelAll_ = convert->addAction(u"Cancel All"_s, QKeySequence(u"Ctrl+."_s), &engine,
-                                    &RemuxService::cancelAll);
+    start_ = convert->addAction(u"Start"_s, &engine, &RemuxService::startBatch);
+    start_->setShortcuts({QKeySequence(u"Ctrl+R"_s), QKeySequence(u"Ctrl+Return"_s)});
+    cancelAll_ = convert->addAction(u"Cancel All"_s, &engine, &RemuxService::cancelAll);
+    cancelAll_->setShortcuts({QKeySequence(u"Ctrl+."_s), QKeySequence(u"Ctrl+Escape"_s)});
     convert->addSeparator();
     retryFailed_ = convert->addAction(u"Retry Failed"_s, &engine, &RemuxService::retryFailed);
     convert->addSeparator();
@@ -69,8 +72,14 @@ MainWindow::MainWindow(AppDelegate& app, QWidget* parent)
     });
 
     QMenu* help = menuBar()->addMenu(u"&Help"_s);
-    QAction* helpAction = help->addAction(u"Morvane Help"_s, this, [this] { app_.openHelp(); });
+    QAction* helpAction = help->addAction(u"Morvane Help"_s);
     helpAction->setShortcuts({QKeySequence(u"Ctrl+?"_s), QKeySequence(Qt::Key_F1)});
+    // The window's keys work in the Help window too: its actions are added there.
+    connect(helpAction, &QAction::triggered, this,
+            [this, shared = QList<QAction*>{import_, quit, helpAction, start_, cancelAll_}] {
+                app_.openHelp();
+                app_.helpWindow()->addActions(shared);
+            });
 
     // Enablement follows the engine at once.
     for (auto signal : {&RemuxService::itemsInserted, &RemuxService::itemsRemoved}) {
@@ -128,15 +137,13 @@ void MainWindow::updateMenus() {
 }
 
 void MainWindow::confirmClearAll() {
-    auto* confirm = new QMessageBox(QMessageBox::Warning, u"Clear All Items?"_s,
-                                    u"This will remove all items from the queue and cancel any "
-                                    u"in-progress remuxes."_s,
-                                    QMessageBox::NoButton, this);
+    QMessageBox* confirm = Alert::create(
+        this, u"Clear All Items?"_s,
+        u"This will remove all items from the queue and cancel any in-progress remuxes."_s);
     confirm->setObjectName(u"clearAllConfirmation"_s);
     confirm->setAttribute(Qt::WA_DeleteOnClose);
-    QPushButton* cancel = confirm->addButton(QMessageBox::Cancel);
+    Alert::addCancel(confirm);
     QPushButton* clear = confirm->addButton(u"Clear All"_s, QMessageBox::DestructiveRole);
-    confirm->setDefaultButton(cancel);
     connect(confirm, &QMessageBox::finished, this, [this, confirm, clear] {
         if (confirm->clickedButton() == clear) {
             app_.remuxer().clearAll();
@@ -193,12 +200,14 @@ void MainWindow::checkEnvironment() {
         if (findChild<QMessageBox*>(u"environmentAlert"_s)) {
             return; // one alert at a time; the one up already says it
         }
-        auto* alert = new QMessageBox(
-            QMessageBox::Warning, u"FFmpeg Not Available"_s,
+        QMessageBox* alert = Alert::create(
+            this, u"FFmpeg Not Available"_s,
             error.localizedDescription() +
                 u"\n\nThis is a build-time problem: the app must be rebuilt with the FFmpeg "
-                u"binaries present in `ffmpeg-bundle/` (run `scripts/build-ffmpeg`)."_s,
-            QMessageBox::Ok, this);
+                u"binaries present in `ffmpeg-bundle/` (run `scripts/build-ffmpeg`)."_s);
+        QPushButton* ok = alert->addButton(QMessageBox::Ok);
+        alert->setDefaultButton(ok);
+        alert->setEscapeButton(ok);
         alert->setObjectName(u"environmentAlert"_s);
         alert->setAttribute(Qt::WA_DeleteOnClose);
         alert->open();

@@ -2,9 +2,11 @@
 #include "LogCapture.h"
 #include "intake/Panels.h"
 
+#include <QAbstractButton>
 #include <QAbstractItemView>
 #include <QApplication>
 #include <QFile>
+#include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QFileSystemModel>
 #include <QTemporaryDir>
@@ -77,6 +79,10 @@ private Q_SLOTS:
         QCOMPARE(dialog->windowTitle(), u"Choose video files or folders to remux"_s);
         QCOMPARE(dialog->labelText(QFileDialog::Accept), u"Add"_s);
         dialog->setDirectory(work.path());
+        QVERIFY(selectInDialog(dialog, {u"Season 1"_s}));
+        // The button a person presses says what it does with a folder too.
+        const auto* buttons = dialog->findChild<QDialogButtonBox*>();
+        QTRY_COMPARE(buttons->buttons().first()->text(), u"Add"_s);
         QVERIFY(selectInDialog(dialog, {u"Season 1"_s, u"a.mkv"_s}));
         static_cast<QDialog*>(dialog)->accept(); // the confirming button
         QCOMPARE(calls, 1);

@@ -163,15 +163,15 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("entries");
         RemuxItem done = itemWith(ProcessingStatus::completed);
         done.outputURL = u"/videos/Clip.mp4"_s;
-        QTest::newRow("pending") << itemWith(ProcessingStatus::pending) << QStringList{u"Show Original in Finder"_s, u"Remove"_s};
-        QTest::newRow("processing") << itemWith(ProcessingStatus::processing) << QStringList{u"Show Original in Finder"_s, u"Cancel"_s, u"Remove"_s};
+        QTest::newRow("pending") << itemWith(ProcessingStatus::pending) << QStringList{u"Show Original in File Manager"_s, u"Remove"_s};
+        QTest::newRow("processing") << itemWith(ProcessingStatus::processing) << QStringList{u"Show Original in File Manager"_s, u"Cancel"_s, u"Remove"_s};
         RemuxItem explained = itemWith(ProcessingStatus::failed);
         explained.errorDetails = u"[h264 @ 0x1] no frame!"_s;
-        QTest::newRow("failed") << itemWith(ProcessingStatus::failed) << QStringList{u"Show Original in Finder"_s, u"Retry"_s, u"Remove"_s};
-        QTest::newRow("failed with the tool's lines") << explained << QStringList{u"Show Original in Finder"_s, u"Retry"_s, u"Copy Error Details"_s, u"Remove"_s};
-        QTest::newRow("completed with output") << done << QStringList{u"Show Original in Finder"_s, u"Show Converted File in Finder"_s, u"Remove"_s};
-        QTest::newRow("completed without output") << itemWith(ProcessingStatus::completed) << QStringList{u"Show Original in Finder"_s, u"Remove"_s};
-        QTest::newRow("skipped") << itemWith(ProcessingStatus::skipped) << QStringList{u"Show Original in Finder"_s, u"Remove"_s};
+        QTest::newRow("failed") << itemWith(ProcessingStatus::failed) << QStringList{u"Show Original in File Manager"_s, u"Retry"_s, u"Remove"_s};
+        QTest::newRow("failed with the tool's lines") << explained << QStringList{u"Show Original in File Manager"_s, u"Retry"_s, u"Copy Error Details"_s, u"Remove"_s};
+        QTest::newRow("completed with output") << done << QStringList{u"Show Original in File Manager"_s, u"Show Converted File in File Manager"_s, u"Remove"_s};
+        QTest::newRow("completed without output") << itemWith(ProcessingStatus::completed) << QStringList{u"Show Original in File Manager"_s, u"Remove"_s};
+        QTest::newRow("skipped") << itemWith(ProcessingStatus::skipped) << QStringList{u"Show Original in File Manager"_s, u"Remove"_s};
     }
     // clang-format on
     void contextMenuPerStatus() {
@@ -227,6 +227,89 @@ private Q_SLOTS:
         list.removeFromMenu(ids[2]);
         QCOMPARE(engine().items().size(), 1);
         QVERIFY(!QApplication::activeModalWidget());
+    }
+
+    // The strip is on screen only while it has something to say, and goes when told.
+    void theBannerShowsOnlyAMessage() {
+        QTest::failOnWarning(QRegularExpression(u"animation"_s));
+        DropFeedbackBanner& banner = window->banner();
+        QTest::qWait(300);
+        QVERIFY(!banner.isVisible());
+        engine().setDropFeedbackMessage(u"2 unsupported files skipped"_s);
+        QTRY_VERIFY(banner.isVisible());
+        banner.dismissButton()->click();
+        QTRY_VERIFY(!banner.isVisible());
+        // A message that comes while the last one slides out stays.
+        engine().setDropFeedbackMessage(u"1 unsupported file skipped"_s);
+        QTRY_VERIFY(banner.isVisible());
+        QTest::qWait(300);
+        engine().setDropFeedbackMessage(std::nullopt);
+        QTest::qWait(50);
+        engine().setDropFeedbackMessage(u"3 unsupported files skipped"_s);
+        QTest::qWait(500);
+        QVERIFY(banner.isVisible());
+        QCOMPARE(banner.text(), u"3 unsupported files skipped"_s);
+        QVERIFY(banner.height() > banner.dismissButton()->height());
+    }
+
+    // A drop is a copy of local files; a link dragged from a browser is no drop.
+    void theListTakesLocalFilesAsACopy() {
+        FileListView& list = window->list();
+        const QPoint centre = list.viewport()->rect().center();
+        QMimeData link;
+        link.setUrls({QUrl(u"https://example.org/clip.mkv"_s)});
+        QDragEnterEvent linkEnter(centre, Qt::CopyAction | Qt::LinkAction, &link, Qt::LeftButton,
+                                  Qt::NoModifier);
+        QApplication::sendEvent(list.viewport(), &linkEnter);
+        QVERIFY(!linkEnter.isAccepted());
+        QVERIFY(!list.isDragging());
+        QMimeData file;
+        file.setUrls({QUrl::fromLocalFile(
+            TestSupport::copyInto(*folder, TestSupport::mediaPath(u"h264_aac.mkv"_s)))});
+        QDragEnterEvent fileEnter(centre, Qt::MoveAction | Qt::CopyAction, &file, Qt::LeftButton,
+                                  Qt::NoModifier);
+        QApplication::sendEvent(list.viewport(), &fileEnter);
+        QVERIFY(fileEnter.isAccepted());
+        QCOMPARE(fileEnter.dropAction(), Qt::CopyAction);
+        QDropEvent drop(centre, Qt::MoveAction | Qt::CopyAction, &file, Qt::LeftButton,
+                        Qt::NoModifier);
+        QApplication::sendEvent(list.viewport(), &drop);
+        QCOMPARE(drop.dropAction(), Qt::CopyAction);
+        QTRY_COMPARE(engine().items().size(), 1);
+    }
+
+    // A right-click opens a row's menu; the selection stays the user's.
+    void aRightClickLeavesTheSelection() {
+        addAndProbe({u"no_video.mkv>a.mkv"_s, u"no_video.mkv>b.mkv"_s});
+        FileListView& list = window->list();
+        list.selectionModel()->select(list.model()->index(0, 0), QItemSelectionModel::Select);
+        const QPoint onB = list.visualRect(list.model()->index(1, 0)).center();
+        QTest::mousePress(list.viewport(), Qt::RightButton, {}, onB);
+        QTest::mouseRelease(list.viewport(), Qt::RightButton, {}, onB);
+        QCOMPARE(list.selectedIds(), QSet<QUuid>{engine().items().at(0).id});
+    }
+
+    // Return on a focused Start does nothing; Ctrl+Return starts, from the Help window
+    // too, as do the window's other keys.
+    void keysStartAndCancelFromEitherWindow() {
+        useHoldingFfmpeg();
+        addAndProbe({u"h264_aac.mkv>a.mkv"_s});
+        window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(window.get()));
+        QPushButton* start = window->bar().button(u"start"_s);
+        start->setFocus();
+        QTest::keyClick(start, Qt::Key_Return);
+        QVERIFY(!engine().isRemuxing());
+        QTest::keyClick(window.get(), Qt::Key_F1);
+        QWidget* help = app->helpWindow();
+        QVERIFY(help && help->isVisible());
+        help->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(help));
+        QTest::keyClick(help, Qt::Key_Return, Qt::ControlModifier);
+        QVERIFY(engine().isRemuxing());
+        QTest::keyClick(help, Qt::Key_Escape, Qt::ControlModifier);
+        QVERIFY(!engine().isRemuxing());
+        help->close();
     }
 
     void dropsAddRowsAndTheOverlayFollows() {
@@ -450,8 +533,8 @@ private Q_SLOTS:
         window->show();
         QMessageBox* alert = nullptr;
         QTRY_VERIFY((alert = window->findChild<QMessageBox*>(u"environmentAlert"_s)));
-        QCOMPARE(alert->windowTitle(), u"FFmpeg Not Available"_s);
-        QVERIFY(alert->text().startsWith(u"ffmpeg not found in app bundle. The app must be built "
+        QCOMPARE(alert->text(), u"FFmpeg Not Available"_s);
+        QVERIFY(alert->informativeText().startsWith(u"ffmpeg not found in app bundle. The app must be built "
                                          u"with ffmpeg-bundle/ present.\n\n"
                                          u"This is a build-time problem"_s));
         QCOMPARE(window->findChildren<QMessageBox*>(u"environmentAlert"_s).size(), 1);
@@ -467,12 +550,19 @@ private Q_SLOTS:
         window->action(u"Clear All…"_s)->trigger();
         QMessageBox* confirm = window->findChild<QMessageBox*>(u"clearAllConfirmation"_s);
         QVERIFY(confirm);
-        QCOMPARE(confirm->windowTitle(), u"Clear All Items?"_s);
+        // The title is the text a person reads, where a desktop shows no title bar too.
+        QCOMPARE(confirm->text(), u"Clear All Items?"_s);
         QCOMPARE(
-            confirm->text(),
+            confirm->informativeText(),
             u"This will remove all items from the queue and cancel any in-progress remuxes."_s);
-        confirm->button(QMessageBox::Cancel)->click();
+        // Return and Escape both leave everything as it was.
+        QTest::keyClick(confirm, Qt::Key_Return);
+        QTRY_VERIFY(!window->findChild<QMessageBox*>(u"clearAllConfirmation"_s));
+        window->action(u"Clear All…"_s)->trigger();
+        confirm = window->findChild<QMessageBox*>(u"clearAllConfirmation"_s);
+        QTest::keyClick(confirm, Qt::Key_Escape);
         QCOMPARE(engine().items().size(), 1);
+        QTRY_VERIFY(!window->findChild<QMessageBox*>(u"clearAllConfirmation"_s));
         window->action(u"Clear All…"_s)->trigger();
         confirm = window->findChild<QMessageBox*>(u"clearAllConfirmation"_s);
         for (QAbstractButton* button : confirm->buttons()) {
@@ -529,7 +619,7 @@ private Q_SLOTS:
         remove->click();
         QMessageBox* confirm = window->findChild<QMessageBox*>(u"removeSelectionConfirmation"_s);
         QVERIFY(confirm);
-        QCOMPARE(confirm->windowTitle(), u"Remove 2 items?"_s);
+        QCOMPARE(confirm->text(), u"Remove 2 items?"_s);
         confirm->button(QMessageBox::Cancel)->click();
         QCOMPARE(engine().items().size(), 3);
         QTRY_VERIFY(!window->findChild<QMessageBox*>(u"removeSelectionConfirmation"_s));
@@ -539,9 +629,9 @@ private Q_SLOTS:
         select({0});
         remove->click();
         QTRY_VERIFY((confirm = window->findChild<QMessageBox*>(u"removeSelectionConfirmation"_s)));
-        QCOMPARE(confirm->windowTitle(), u"Remove this item?"_s);
+        QCOMPARE(confirm->text(), u"Remove this item?"_s);
         QCOMPARE(
-            confirm->text(),
+            confirm->informativeText(),
             u"This stops any in-progress conversion for the selected items. Source files are not affected."_s);
         for (QAbstractButton* button : confirm->buttons()) {
             if (button->text() == u"Remove") {
