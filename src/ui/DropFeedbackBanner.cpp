@@ -66,6 +66,7 @@ void DropFeedbackBanner::follow() {
     const std::optional<QString>& message = service_.dropFeedbackMessage();
     if (message) {
         text_->setText(*message);
+        setAccessibleName(*message);
     }
     const bool showing = message.has_value();
     if (showing == shown_) {

@@ -3,46 +3,58 @@
 #include "model/RemuxItem.h"
 
 #include <QIcon>
-#include <QLabel>
+#include <QPainter>
 #include <QStyle>
-#include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-QLabel* line(const QString& text, double scale, bool tertiary, QWidget* parent) {
-    auto* label = new QLabel(text, parent);
-    label->setAlignment(Qt::AlignCenter);
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * scale);
-    label->setFont(font);
-    QPalette palette = label->palette();
-    QColor colour = palette.color(QPalette::WindowText);
-    colour.setAlphaF(tertiary ? 0.45 : 0.65);
-    palette.setColor(QPalette::WindowText, colour);
-    label->setPalette(palette);
-    return label;
-}
+constexpr int symbolSize = 48;
+constexpr int lineGap = 12;
+// Each line's size against the window's font, and how strongly it is drawn: enough
+// for 4.5:1 against the list's background in light and dark palettes alike.
+constexpr double scales[] = {1.5, 0.9, 0.8};
+constexpr double strengths[] = {0.7, 0.62, 0.62};
 } // namespace
 
 DropOverlay::DropOverlay(QWidget* parent) : QWidget(parent) {
     setAttribute(Qt::WA_TransparentForMouseEvents);
     setAccessibleName(u"Drop video files here"_s);
     setAccessibleDescription(u"Adds files to the conversion queue"_s);
+}
 
-    auto* symbol = new QLabel(this);
-    symbol->setAlignment(Qt::AlignCenter);
+QStringList DropOverlay::lines() {
+    return {u"Drop video files here"_s, u"or click Import / press Ctrl+O"_s,
+            RemuxItem::supportedFormatsLabel()};
+}
+
+void DropOverlay::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    const QStringList texts = lines();
+    QList<QFont> fonts;
+    int height = symbolSize;
+    for (qsizetype i = 0; i < texts.size(); ++i) {
+        QFont font = this->font();
+        font.setPointSizeF(font.pointSizeF() * scales[i]);
+        fonts.append(font);
+        height += lineGap + QFontMetrics(font).height();
+    }
+    int y = (this->height() - height) / 2;
     const QIcon icon = QIcon::fromTheme(u"video-x-generic"_s,
                                         style()->standardIcon(QStyle::SP_FileDialogContentsView));
-    symbol->setPixmap(icon.pixmap(48, 48, QIcon::Disabled));
-    symbol->setAccessibleName(QString()); // decorative
-
-    auto* layout = new QVBoxLayout(this);
-    layout->setSpacing(12);
-    layout->addStretch();
-    layout->addWidget(symbol);
-    layout->addWidget(line(u"Drop video files here"_s, 1.5, false, this));
-    layout->addWidget(line(u"or click Import / press Ctrl+O"_s, 0.9, true, this));
-    layout->addWidget(line(RemuxItem::supportedFormatsLabel(), 0.8, true, this));
-    layout->addStretch();
+    icon.paint(&painter, QRect((width() - symbolSize) / 2, y, symbolSize, symbolSize),
+               Qt::AlignCenter, QIcon::Disabled);
+    y += symbolSize;
+    const QColor text = palette().color(QPalette::Text);
+    for (qsizetype i = 0; i < texts.size(); ++i) {
+        y += lineGap;
+        QColor colour = text;
+        colour.setAlphaF(float(strengths[i]));
+        painter.setPen(colour);
+        painter.setFont(fonts[i]);
+        const int lineHeight = QFontMetrics(fonts[i]).height();
+        painter.drawText(QRect(0, y, width(), lineHeight), Qt::AlignHCenter | Qt::AlignTop,
+                         texts[i]);
+        y += lineHeight;
+    }
 }

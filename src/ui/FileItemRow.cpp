@@ -69,6 +69,36 @@ QString toolTip(const RemuxItem& item) {
     return QString();
 }
 
+double contrastRatio(const QColor& a, const QColor& b) {
+    const auto luminance = [](const QColor& colour) {
+        const auto channel = [](float value) {
+            return value <= 0.04045f ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+        };
+        return 0.2126 * channel(colour.redF()) + 0.7152 * channel(colour.greenF()) +
+               0.0722 * channel(colour.blueF());
+    };
+    const double first = luminance(a);
+    const double second = luminance(b);
+    return (std::max(first, second) + 0.05) / (std::min(first, second) + 0.05);
+}
+
+QColor errorColour(const QColor& background, const QColor& fallback) {
+    for (const QColor& red : {QColor(0xc0, 0x1c, 0x1c), QColor(0xff, 0x8a, 0x80)}) {
+        if (contrastRatio(red, background) >= 4.5) {
+            return red;
+        }
+    }
+    return fallback;
+}
+
+QString accessibleText(const RemuxItem& item) {
+    if (item.status != ProcessingStatus::processing) {
+        return fileName(item) + u", "_s + statusAccessibilityLabel(item);
+    }
+    const QString value = progressAccessibilityValue(item);
+    return fileName(item) + u", Remuxing"_s + (value.isEmpty() ? QString() : u", "_s + value);
+}
+
 QString statusIconName(const RemuxItem& item) {
     switch (item.status) {
     case ProcessingStatus::completed:

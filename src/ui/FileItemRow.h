@@ -6,6 +6,7 @@
 
 #include "model/RemuxItem.h"
 
+#include <QColor>
 #include <QString>
 #include <QStringList>
 
@@ -31,6 +32,14 @@ QString errorDetailsText(const RemuxItem& item);
 // The row's tooltip: a failure's line with the tool's last lines under it, or the
 // whole note of a completed or skipped item, which the row may have to cut short.
 QString toolTip(const RemuxItem& item);
+// WCAG's contrast ratio of two opaque colours, from 1 to 21.
+double contrastRatio(const QColor& a, const QColor& b);
+// The colour of a failure's text on `background`: a red that keeps 4.5:1 there, light
+// on a dark row and dark on a light one, or else `fallback` (the row's own text).
+QColor errorColour(const QColor& background, const QColor& fallback);
+// What a screen reader reads for the row: the file, then its status, or while it
+// runs, "Remuxing" and how far it has come.
+QString accessibleText(const RemuxItem& item);
 // Freedesktop icon name of the state line's icon; empty when there is none.
 QString statusIconName(const RemuxItem& item);
 

@@ -40,13 +40,17 @@ QFont caption(const QFont& base) {
     return font;
 }
 
+// Softer than the file name, yet 4.5:1 on the row; on a selected row the accent
+// leaves no room for softening.
 QColor secondary(const QPalette& palette, bool selected) {
-    QColor colour = palette.color(selected ? QPalette::HighlightedText : QPalette::Text);
-    colour.setAlphaF(0.65);
+    if (selected) {
+        return palette.color(QPalette::HighlightedText);
+    }
+    QColor colour = palette.color(QPalette::Text);
+    colour.setAlphaF(0.68f);
     return colour;
 }
 
-const QColor errorRed(0xd7, 0x30, 0x27);
 
 // Paints a row: its background, separator, texts, then the state line, with the
 // progress bar drawn by the style.
@@ -80,10 +84,10 @@ public:
         const QPalette& palette = option.palette;
         painter->save();
 
-        painter->fillRect(option.rect, selected
-                                           ? palette.color(QPalette::Highlight)
-                                           : palette.color(index.row() % 2 ? QPalette::AlternateBase
-                                                                           : QPalette::Base));
+        const QColor background =
+            selected ? palette.color(QPalette::Highlight)
+                     : palette.color(index.row() % 2 ? QPalette::AlternateBase : QPalette::Base);
+        painter->fillRect(option.rect, background);
         // A line parts two selected neighbours, and nothing else has one.
         const QModelIndex below = index.sibling(index.row() + 1, 0);
         if (selected && below.isValid() && view && view->selectionModel()->isSelected(below)) {
@@ -120,8 +124,9 @@ public:
         if (item.status == ProcessingStatus::processing) {
             paintProgress(painter, option, item, QRect(x, y, std::min(width, 360), stateHeight));
         } else {
-            const QColor colour =
-                item.status == ProcessingStatus::failed ? errorRed : secondary(palette, selected);
+            const QColor colour = item.status == ProcessingStatus::failed
+                                      ? FileItemRow::errorColour(background, text)
+                                      : secondary(palette, selected);
             int textX = x;
             const QString iconName = FileItemRow::statusIconName(item);
             if (!iconName.isEmpty()) {
@@ -141,7 +146,7 @@ public:
         const QStringList error = errorLines(item, small, width);
         if (!error.isEmpty()) {
             y += gap;
-            painter->setPen(errorRed);
+            painter->setPen(FileItemRow::errorColour(background, text));
             for (const QString& line : error) {
                 painter->drawText(QRect(x, y, width, smallMetrics.lineSpacing()),
                                   Qt::AlignLeft | Qt::AlignVCenter, line);
@@ -301,9 +306,40 @@ QSet<QUuid> FileListView::selectedIds() const {
     return ids;
 }
 
+// The overlay lies over the list as a sibling, not a child: a list tells assistive
+// technology of its rows only, and the placeholder must be found too.
 void FileListView::updateOverlay() {
-    overlay_->setGeometry(viewport()->geometry());
-    overlay_->setVisible(model_->rowCount() == 0);
+    if (!overlay_) {
+        return;
+    }
+    QWidget* host = parentWidget() ? parentWidget() : this;
+    if (overlay_->parentWidget() != host) {
+        overlay_->setParent(host);
+    }
+    overlay_->setGeometry(host == this ? viewport()->geometry()
+                                       : QRect(viewport()->mapTo(host, QPoint()),
+                                               viewport()->size()));
+    overlay_->raise();
+    overlay_->setVisible(model_->rowCount() == 0 && (host == this || isVisibleTo(host)));
+}
+
+FileListView::~FileListView() {
+    delete overlay_;
+}
+
+bool FileListView::event(QEvent* event) {
+    const bool handled = QListView::event(event);
+    switch (event->type()) {
+    case QEvent::ParentChange:
+    case QEvent::Move:
+    case QEvent::Show:
+    case QEvent::Hide:
+        updateOverlay();
+        break;
+    default:
+        break;
+    }
+    return handled;
 }
 
 void FileListView::resizeEvent(QResizeEvent* event) {
@@ -317,7 +353,7 @@ void FileListView::resizeEvent(QResizeEvent* event) {
             }
         }
     }
-    overlay_->setGeometry(viewport()->geometry());
+    updateOverlay();
 }
 
 void FileListView::setDragging(bool dragging) {
@@ -465,13 +501,18 @@ void FileListView::mousePressEvent(QMouseEvent* event) {
     QListView::mousePressEvent(event);
 }
 
+// From the keyboard (the Menu key, Shift+F10) the menu is the current row's, shown
+// on that row.
 void FileListView::contextMenuEvent(QContextMenuEvent* event) {
-    const QModelIndex index = indexAt(viewport()->mapFromGlobal(event->globalPos()));
+    const bool keyboard = event->reason() == QContextMenuEvent::Keyboard;
+    const QModelIndex index =
+        keyboard ? currentIndex() : indexAt(viewport()->mapFromGlobal(event->globalPos()));
     if (!index.isValid()) {
         return;
     }
     if (QMenu* menu = contextMenuFor(index.data(QueueModel::IdRole).toUuid())) {
-        menu->popup(event->globalPos());
+        menu->popup(keyboard ? viewport()->mapToGlobal(visualRect(index).center())
+                             : event->globalPos());
     }
 }
 

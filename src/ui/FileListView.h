@@ -8,15 +8,17 @@
 
 #include <QHash>
 #include <QListView>
+#include <QPointer>
 #include <QSet>
 #include <QUuid>
 
-class DropOverlay;
+#include "DropOverlay.h"
 
 class FileListView final : public QListView {
     Q_OBJECT
 public:
     explicit FileListView(RemuxService& service, QWidget* parent = nullptr);
+    ~FileListView() override;
 
     QueueModel& queueModel() { return *model_; }
     QSet<QUuid> selectedIds() const;
@@ -29,9 +31,10 @@ public:
     // Remove from a row's menu: asks first when the item is being processed.
     void removeFromMenu(const QUuid& id);
     bool isDragging() const { return dragging_; }
-    DropOverlay* overlay() const { return overlay_; }
+    DropOverlay* overlay() const { return overlay_.data(); }
 
 protected:
+    bool event(QEvent* event) override;
     void dataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight,
                      const QList<int>& roles = {}) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
@@ -53,7 +56,7 @@ private:
 
     RemuxService& service_;
     QueueModel* model_;
-    DropOverlay* overlay_;
+    QPointer<DropOverlay> overlay_;
     bool dragging_ = false;
     QSet<QUuid> keptSelection_;
     QHash<QUuid, int> laidOutHeights_;

@@ -49,7 +49,7 @@ QVariant QueueModel::data(const QModelIndex& index, int role) const {
     case Qt::ToolTipRole:
         return FileItemRow::toolTip(item).isEmpty() ? QVariant() : FileItemRow::toolTip(item);
     case Qt::AccessibleTextRole:
-        return FileItemRow::fileName(item) + u", "_s + FileItemRow::accessibleLabel(item);
+        return FileItemRow::accessibleText(item);
     case Qt::AccessibleDescriptionRole:
         return FileItemRow::accessibleValue(item).isEmpty() ? FileItemRow::errorLine(item)
                                                             : FileItemRow::accessibleValue(item);

@@ -17,6 +17,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QAccessible>
 #include <QClipboard>
 #include <QTimer>
 #include <QToolButton>
@@ -310,6 +311,36 @@ private Q_SLOTS:
         QTest::keyClick(help, Qt::Key_Escape, Qt::ControlModifier);
         QVERIFY(!engine().isRemuxing());
         help->close();
+    }
+
+    // What a screen reader meets: the placeholder as one element and no empty banner
+    // at first; then a row an item, each read with its status or its progress.
+    void aScreenReaderReadsTheWindow() {
+        const auto names = [this] {
+            QStringList found;
+            const std::function<void(QAccessibleInterface*)> walk = [&](QAccessibleInterface* node) {
+                if (!node || node->state().invisible) {
+                    return;
+                }
+                found.append(node->text(QAccessible::Name));
+                for (int i = 0; i < node->childCount(); ++i) {
+                    walk(node->child(i));
+                }
+            };
+            walk(QAccessible::queryAccessibleInterface(window.get()));
+            return found;
+        };
+        QTest::qWait(300);
+        QCOMPARE(names().count(u"Drop video files here"_s), 1);
+        QVERIFY(!names().contains(u"Dismiss notification"_s));
+        QVERIFY(names().contains(u"Import"_s) && names().contains(u"Start"_s));
+        useHoldingFfmpeg();
+        addAndProbe({u"no_video.mkv>a.mkv"_s, u"long_20s.mkv>b.mkv"_s});
+        engine().startBatch();
+        QTRY_VERIFY(names().contains(u"b.mkv, Remuxing, 0 percent complete"_s));
+        QVERIFY(names().contains(u"a.mkv, Status: Error"_s));
+        QVERIFY(!names().contains(u"Drop video files here"_s));
+        engine().cancelAll();
     }
 
     void dropsAddRowsAndTheOverlayFollows() {
