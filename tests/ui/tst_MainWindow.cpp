@@ -483,12 +483,6 @@ private Q_SLOTS:
              u"Text subtitles (SubRip, SSA/ASS, mov_text, WebVTT) are stored as words plus timing data — the .srt files you'll find on subtitle download sites are this kind. Morvane embeds them inside the new MP4 as mov_text tracks AND extracts each one as a side-by-side .srt file you can edit or use elsewhere."_s}) {
             QVERIFY2(texts.contains(text), qPrintable(text));
         }
-        const QByteArray target = qgetenv("MORVANE_HELP_SCREENSHOT");
-        if (!target.isEmpty()) {
-            app->helpWindow()->resize(760, 720);
-            QTest::qWait(300);
-            QVERIFY(app->helpWindow()->grab().save(QString::fromLocal8Bit(target)));
-        }
     }
 
     // The credits name what the ffmpeg that runs says of itself, not what a build
@@ -752,7 +746,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!QFile::exists(folder->filePath(u"a.mp4"_s)));
     }
 
-    // A window with one item of each status, saved when MORVANE_SCREENSHOT names a file.
+    // A window with one item of each status: rows stand one below the other.
     void lookOfEveryStatus() {
         useHoldingFfmpeg();
         addAndProbe({u"subtitles.mkv>Holiday in Lisbon.mkv"_s, u"hevc_aac.mkv>Concert.mkv"_s,
@@ -763,12 +757,6 @@ private Q_SLOTS:
         QTRY_COMPARE(engine().items().at(0).status, ProcessingStatus::completed);
         QTRY_COMPARE(engine().items().at(1).status, ProcessingStatus::processing);
         engine().setProgress(0.42, engine().items().at(1).id);
-        const QByteArray target = qgetenv("MORVANE_SCREENSHOT");
-        if (!target.isEmpty()) {
-            window->resize(900, 600);
-            QTest::qWait(300);
-            QVERIFY(window->grab().save(QString::fromLocal8Bit(target)));
-        }
         // Rows stand one below the other, the failed one taller for its error line.
         FileListView& list = window->list();
         QTRY_COMPARE(list.visualRect(list.model()->index(4, 0)).top(),
