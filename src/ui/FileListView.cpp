@@ -153,6 +153,15 @@ public:
                 y += smallMetrics.lineSpacing();
             }
         }
+        // The keyboard's row shows, selected or not, as the style draws focus.
+        if (option.state & QStyle::State_HasFocus) {
+            QStyleOptionFocusRect focus;
+            focus.QStyleOption::operator=(option);
+            focus.rect = option.rect.adjusted(2, 2, -2, -2);
+            focus.backgroundColor = background;
+            QStyle* style = option.widget ? option.widget->style() : QApplication::style();
+            style->drawPrimitive(QStyle::PE_FrameFocusRect, &focus, painter, option.widget);
+        }
         painter->restore();
     }
 

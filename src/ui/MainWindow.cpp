@@ -17,6 +17,7 @@
 #include <QStyle>
 #include <QSystemTrayIcon>
 #include <QTimer>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
@@ -39,6 +40,16 @@ MainWindow::MainWindow(AppDelegate& app, QWidget* parent)
     stack->addWidget(divider);
     bar_ = new ControlBar(app.remuxer(), *list_, content);
     stack->addWidget(bar_);
+    // Tab reads the window as a person does: the banner above, the list, then the bar
+    // from left to right.
+    QList<QWidget*> order{banner_->dismissButton(), list_};
+    for (const char* name : {"import", "saveTo", "remove", "start", "cancel", "retryFailed",
+                             "clearCompleted"}) {
+        order.append(bar_->button(QString::fromLatin1(name)));
+    }
+    for (qsizetype i = 1; i < order.size(); ++i) {
+        setTabOrder(order[i - 1], order[i]);
+    }
     setCentralWidget(content);
     RemuxService& engine = app_.remuxer();
 

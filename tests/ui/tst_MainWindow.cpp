@@ -175,6 +175,29 @@ private Q_SLOTS:
         QTest::newRow("skipped") << itemWith(ProcessingStatus::skipped) << QStringList{u"Show Original in File Manager"_s, u"Remove"_s};
     }
     // clang-format on
+    // A failure's text keeps 4.5:1 on every row background a palette gives it.
+    void errorTextKeepsItsContrast_data() {
+        QTest::addColumn<QColor>("background");
+        QTest::newRow("light row") << QColor(Qt::white);
+        QTest::newRow("light alternate row") << QColor(0xf7, 0xf7, 0xf7);
+        QTest::newRow("dark row") << QColor(0x1e, 0x1e, 0x1e);
+        QTest::newRow("dark alternate row") << QColor(0x2a, 0x2a, 0x2a);
+        QTest::newRow("selected row, Fusion's blue") << QColor(0x30, 0x8c, 0xc6);
+        QTest::newRow("selected row, dark blue") << QColor(0x2f, 0x6f, 0xb3);
+    }
+    void errorTextKeepsItsContrast() {
+        QFETCH(QColor, background);
+        const QColor fallback = FileItemRow::contrastRatio(Qt::white, background) >
+                                        FileItemRow::contrastRatio(Qt::black, background)
+                                    ? QColor(Qt::white)
+                                    : QColor(Qt::black);
+        const QColor error = FileItemRow::errorColour(background, fallback);
+        QVERIFY2(FileItemRow::contrastRatio(error, background) >= 4.5,
+                 qPrintable(error.name() + u" on "_s + background.name()));
+        // Red where red can be read; the row's own text colour elsewhere.
+        QVERIFY(error == fallback || (error.red() > error.green() && error.red() > error.blue()));
+    }
+
     void contextMenuPerStatus() {
         QFETCH(RemuxItem, item);
         QFETCH(QStringList, entries);
@@ -341,6 +364,24 @@ private Q_SLOTS:
         QVERIFY(names().contains(u"a.mkv, Status: Error"_s));
         QVERIFY(!names().contains(u"Drop video files here"_s));
         engine().cancelAll();
+    }
+
+    // Tab walks the window from the list through the bar, left to right, and back.
+    void tabWalksTheWindowInReadingOrder() {
+        addAndProbe({u"no_video.mkv>a.mkv"_s});
+        engine().setDropFeedbackMessage(u"1 unsupported file skipped"_s);
+        QTRY_VERIFY(window->banner().isVisible());
+        window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(window.get()));
+        window->list().setFocus();
+        QStringList order;
+        for (int i = 0; i < 7; ++i) {
+            QWidget* focus = QApplication::focusWidget();
+            order.append(QAccessible::queryAccessibleInterface(focus)->text(QAccessible::Name));
+            QTest::keyClick(focus, Qt::Key_Tab);
+        }
+        QCOMPARE(order, (QStringList{u"Queue"_s, u"Import"_s, u"Save To…"_s, u"Start"_s,
+                                     u"Retry Failed"_s, u"Dismiss notification"_s, u"Queue"_s}));
     }
 
     void dropsAddRowsAndTheOverlayFollows() {
