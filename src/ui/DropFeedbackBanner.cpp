@@ -1,5 +1,6 @@
 #include "DropFeedbackBanner.h"
 
+#include "FileItemRow.h"
 #include "engine/RemuxService.h"
 
 #include <QGraphicsOpacityEffect>
@@ -31,8 +32,10 @@ DropFeedbackBanner::DropFeedbackBanner(RemuxService& service, QWidget* parent)
     icon->setPixmap(
         QIcon::fromTheme(u"dialog-warning"_s, style()->standardIcon(QStyle::SP_MessageBoxWarning))
             .pixmap(16, 16));
-    dismiss_->setIcon(
-        QIcon::fromTheme(u"window-close"_s, style()->standardIcon(QStyle::SP_TitleBarCloseButton)));
+    dismiss_->setIcon(FileItemRow::visiblePixmap(
+        QIcon::fromTheme(u"window-close"_s, style()->standardIcon(QStyle::SP_TitleBarCloseButton)),
+        QSize(16, 16), devicePixelRatioF(), tinted.color(QPalette::Window),
+        tinted.color(QPalette::WindowText)));
     dismiss_->setAutoRaise(true);
     dismiss_->setAccessibleName(u"Dismiss notification"_s);
     dismiss_->setToolTip(u"Dismiss notification"_s);

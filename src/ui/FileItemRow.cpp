@@ -2,6 +2,8 @@
 
 #include "model/FilePath.h"
 
+#include <QPainter>
+
 #include <cmath>
 
 using namespace Qt::StringLiterals;
@@ -89,6 +91,32 @@ QColor errorColour(const QColor& background, const QColor& fallback) {
         }
     }
     return fallback;
+}
+
+QPixmap visiblePixmap(const QIcon& icon, QSize size, qreal devicePixelRatio,
+                      const QColor& background, const QColor& ink) {
+    QPixmap pixmap = icon.pixmap(size, devicePixelRatio);
+    const QImage image = pixmap.toImage().convertToFormat(QImage::Format_ARGB32);
+    double red = 0, green = 0, blue = 0, weight = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor pixel = image.pixelColor(x, y);
+            red += pixel.redF() * pixel.alphaF();
+            green += pixel.greenF() * pixel.alphaF();
+            blue += pixel.blueF() * pixel.alphaF();
+            weight += pixel.alphaF();
+        }
+    }
+    if (weight == 0 ||
+        contrastRatio(QColor::fromRgbF(float(red / weight), float(green / weight),
+                                       float(blue / weight)),
+                      background) >= 3.0) {
+        return pixmap;
+    }
+    QPainter painter(&pixmap);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(pixmap.rect(), ink);
+    return pixmap;
 }
 
 QString accessibleText(const RemuxItem& item) {

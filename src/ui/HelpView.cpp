@@ -1,5 +1,6 @@
 #include "HelpView.h"
 
+#include "FileItemRow.h"
 #include "model/RemuxItem.h"
 
 #include <QFileInfo>
@@ -92,9 +93,10 @@ HelpView::HelpView(QWidget* parent) : QScrollArea(parent) {
         auto* titleRow = new QHBoxLayout;
         titleRow->setSpacing(8);
         auto* icon = new QLabel(column);
-        icon->setPixmap(
-            QIcon::fromTheme(QString::fromUtf16(s.icon), style()->standardIcon(s.fallback))
-                .pixmap(20, 20));
+        icon->setPixmap(FileItemRow::visiblePixmap(
+            QIcon::fromTheme(QString::fromUtf16(s.icon), style()->standardIcon(s.fallback)),
+            QSize(20, 20), devicePixelRatioF(), palette().color(QPalette::Window),
+            palette().color(QPalette::WindowText)));
         QLabel* title = label(QString::fromUtf16(s.title), Qt::PlainText, column);
         scaleFont(title, 1.25, QFont::DemiBold);
         titleRow->addWidget(icon);
