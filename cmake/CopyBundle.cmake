@@ -11,3 +11,12 @@ foreach(entry IN LISTS entries)
     get_filename_component(name "${entry}" NAME)
     file(COPY_FILE "${entry}" "${DEST}/${name}" ONLY_IF_DIFFERENT)
 endforeach()
+# What the bundle no longer holds goes from the build too, so an install ships only
+# the bundle as it stands.
+file(GLOB installed LIST_DIRECTORIES false "${DEST}/*")
+foreach(entry IN LISTS installed)
+    get_filename_component(name "${entry}" NAME)
+    if(NOT EXISTS "${SOURCE}/${name}")
+        file(REMOVE "${entry}")
+    endif()
+endforeach()

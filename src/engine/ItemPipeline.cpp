@@ -297,6 +297,13 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
             co_return;
         }
         const OutputCheck check = co_await checkWrittenOutput(info, output, remuxLines, stop);
+        // A cancel that came as the check ended still wins: whoever cancelled has set
+        // the row, and the output goes.
+        if (stop.stop_requested()) {
+            deleteCreatedOutputs(createdOutputs);
+            releaseClaims(claimedOutputs);
+            co_return;
+        }
         QStringList notes;
         if (failedSubtitleCount >= 1) {
             notes.append(u"%1 subtitle track%2 failed to extract"_s.arg(

@@ -34,7 +34,7 @@ QString withoutBookkeeping(const QString& text) {
 // an output came out empty.
 QString warningsOf(const QString& text) {
     static const QRegularExpression report(
-        u"^(\\s|ffmpeg version |Input #|Output #|video:\\d+kB )"_s);
+        u"^(\\s|ffmpeg version |Input #|Output #|(\\[[^\\]]*\\] )?video:\\d+(kB|KiB) )"_s);
     QStringList kept;
     for (const QString& line : text.split(QRegularExpression(u"[\r\n]"_s))) {
         if (!report.match(line).hasMatch()) {

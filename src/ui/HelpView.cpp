@@ -267,29 +267,44 @@ QString HelpView::creditsText(const std::optional<FFmpegService::FFmpegBuild>& b
            u"** to do the actual remux work. FFmpeg is free, open-source software maintained by the FFmpeg project."_s;
 }
 
+HelpView::~HelpView() {
+    // The child's end must not reach labels that are already gone.
+    if (versionQuery_) {
+        versionQuery_->disconnect(this);
+        delete versionQuery_;
+    }
+}
+
 // The FFmpeg that runs may be the system's, which an update changes under a running
-// build: its own answer to -version, asked once, is what the credits name.
+// build: its own answer to -version, asked as the view is made, is what the credits
+// name.
 void HelpView::readFFmpegBuild() {
+    const QString unknown = u"Morvane could not read which FFmpeg it runs."_s;
     const QString tool = FFmpegService::ffmpegPath();
     if (tool.isEmpty() || !QFileInfo::exists(tool)) {
         license_->setText(u"Morvane could not find its FFmpeg."_s);
         return;
     }
-    auto* child = new QProcess(this);
-    child->setStandardInputFile(QProcess::nullDevice());
-    child->setProcessEnvironment(FFmpegService::childEnvironment());
-    connect(child, &QProcess::finished, this, [this, child] {
-        const std::optional<FFmpegService::FFmpegBuild> build =
-            FFmpegService::parseVersionOutput(QString::fromUtf8(child->readAllStandardOutput()));
-        child->deleteLater();
+    versionQuery_ = new QProcess(this);
+    versionQuery_->setStandardInputFile(QProcess::nullDevice());
+    versionQuery_->setProcessEnvironment(FFmpegService::childEnvironment());
+    connect(versionQuery_, &QProcess::errorOccurred, this, [this, unknown](QProcess::ProcessError) {
+        if (license_->text().isEmpty()) {
+            license_->setText(unknown);
+        }
+    });
+    connect(versionQuery_, &QProcess::finished, this, [this, unknown] {
+        const std::optional<FFmpegService::FFmpegBuild> build = FFmpegService::parseVersionOutput(
+            QString::fromUtf8(versionQuery_->readAllStandardOutput()));
         if (!build) {
+            license_->setText(unknown);
             return;
         }
         credits_->setText(creditsText(build));
         license_->setText(u"The FFmpeg that Morvane runs is built under the **"_s + build->license +
                           u"** license."_s);
     });
-    child->start(tool, {u"-hide_banner"_s, u"-version"_s});
+    versionQuery_->start(tool, {u"-hide_banner"_s, u"-version"_s});
 }
 
 QStringList HelpView::texts() const {

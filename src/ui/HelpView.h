@@ -7,6 +7,7 @@
 #include "tools/FFmpegService.h"
 
 #include <QLabel>
+#include <QProcess>
 #include <QScrollArea>
 
 #include <optional>
@@ -15,6 +16,7 @@ class HelpView final : public QScrollArea {
     Q_OBJECT
 public:
     explicit HelpView(QWidget* parent = nullptr);
+    ~HelpView() override;
 
     // Every text the view shows, in order, as plain text, for tests and search.
     QStringList texts() const;
@@ -25,4 +27,5 @@ private:
 
     QLabel* credits_ = nullptr;
     QLabel* license_ = nullptr;
+    QProcess* versionQuery_ = nullptr;
 };

@@ -531,8 +531,12 @@ private Q_SLOTS:
     void creditsNameTheFFmpegThatRuns() {
         TestSupport::installFakeTool(
             *folder, u"ffmpeg"_s,
-            "echo 'ffmpeg version 9.8.7-1+deb13u2 Copyright (c) 2000-2031 the FFmpeg developers'\n"
+            "sleep 0.2\necho 'ffmpeg version 9.8.7-1+deb13u2 Copyright (c) 2000-2031 the FFmpeg developers'\n"
             "echo 'configuration: --prefix=/usr --enable-gpl --enable-version3 --enable-libx265'\n");
+        // Closed before ffmpeg answers: its answer must find nothing to write to.
+        window->action(u"Morvane Help"_s)->trigger();
+        app->helpWindow()->close();
+        QTest::qWait(400);
         window->action(u"Morvane Help"_s)->trigger();
         HelpView* help = app->helpWindow()->findChild<HelpView*>();
         QVERIFY(help);
