@@ -130,6 +130,23 @@ private Q_SLOTS:
         QCOMPARE(describeSubtitles(info.subtitleStreams), subtitles);
     }
 
+    // The video stream's own length and frame count, which the output check reads;
+    // Matroska gives the length only as a "DURATION" tag.
+    void videoStreamLengthAndFrames() {
+        const MediaInfo mkv = parseDocument(
+            uR"({"streams":[{"codec_type":"video","codec_name":"h264","tags":{"DURATION":"00:01:02.500000000"}}],"format":{"duration":"70.0","format_name":"matroska,webm"}})"_s);
+        QCOMPARE(mkv.videoDuration, std::optional(62.5));
+        QCOMPARE(mkv.formatName, std::optional(u"matroska,webm"_s));
+        const MediaInfo mp4 = parseDocument(
+            uR"({"streams":[{"codec_type":"video","codec_name":"h264","duration":"2.0","nb_frames":"48","tags":{"DURATION":"00:00:09.0"}}]})"_s);
+        QCOMPARE(mp4.videoDuration, std::optional(2.0));
+        QCOMPARE(mp4.videoFrameCount, std::optional<qint64>(48));
+        const MediaInfo odd = parseDocument(
+            uR"({"streams":[{"codec_type":"video","codec_name":"h264","nb_frames":"N/A","tags":{"DURATION":"62.5"}}]})"_s);
+        QCOMPARE(odd.videoDuration, std::nullopt);
+        QCOMPARE(odd.videoFrameCount, std::nullopt);
+    }
+
     // clang-format off
     void probeRejectsOutputItCannotRead_data() {
         QTest::addColumn<QString>("output");
