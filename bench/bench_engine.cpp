@@ -33,6 +33,19 @@ QStringList probeArguments(const QString& file) {
             file};
 }
 
+// One output check (the engine's probe of a finished output) and one bare ffprobe
+// with the same arguments, each timed into its list.
+void timeCheckAndBareProbe(const QString& output, std::vector<double>& check,
+                           std::vector<double>& bare) {
+    QElapsedTimer clock;
+    clock.start();
+    Async::waitFor(FFmpegService::probe(output));
+    check.push_back(clock.nsecsElapsed() / 1e6);
+    clock.start();
+    Bench::runQuietly(FFmpegService::ffprobePath(), probeArguments(output));
+    bare.push_back(clock.nsecsElapsed() / 1e6);
+}
+
 // Spins the event loop until the batch has ended.
 void waitForBatchEnd(RemuxService& service) {
     while (service.isRemuxing()) {
@@ -128,12 +141,7 @@ void startToCompletedFigures(const QString& media, const QString& work) {
             clock.start();
             Bench::runQuietly(FFmpegService::ffmpegPath(), arguments);
             bare.push_back(clock.nsecsElapsed() / 1e6);
-            clock.start();
-            Async::waitFor(FFmpegService::probe(output));
-            check.push_back(clock.nsecsElapsed() / 1e6);
-            clock.start();
-            Bench::runQuietly(FFmpegService::ffprobePath(), probeArguments(output));
-            bareProbe.push_back(clock.nsecsElapsed() / 1e6);
+            timeCheckAndBareProbe(output, check, bareProbe);
             QFile::remove(output);
         };
         if (run % 2 == 0) {
@@ -162,13 +170,7 @@ void outputCheckOfALargeFile(const QString& big, const QString& work) {
     std::vector<double> check;
     std::vector<double> bare;
     for (int run = 0; run < 11; ++run) {
-        QElapsedTimer clock;
-        clock.start();
-        Async::waitFor(FFmpegService::probe(output));
-        check.push_back(clock.nsecsElapsed() / 1e6);
-        clock.start();
-        Bench::runQuietly(FFmpegService::ffprobePath(), probeArguments(output));
-        bare.push_back(clock.nsecsElapsed() / 1e6);
+        timeCheckAndBareProbe(output, check, bare);
     }
     std::printf("large_output_check_ms,%.2f\n", Bench::median(check));
     std::printf("large_bare_ffprobe_ms,%.2f\n", Bench::median(bare));

@@ -1,6 +1,6 @@
 #include "DropFeedbackBanner.h"
 
-#include "FileItemRow.h"
+#include "Legibility.h"
 #include "engine/RemuxService.h"
 
 #include <QGraphicsOpacityEffect>
@@ -32,7 +32,7 @@ DropFeedbackBanner::DropFeedbackBanner(RemuxService& service, QWidget* parent)
     icon->setPixmap(
         QIcon::fromTheme(u"dialog-warning"_s, style()->standardIcon(QStyle::SP_MessageBoxWarning))
             .pixmap(16, 16));
-    dismiss_->setIcon(FileItemRow::visiblePixmap(
+    dismiss_->setIcon(Legibility::visiblePixmap(
         QIcon::fromTheme(u"window-close"_s, style()->standardIcon(QStyle::SP_TitleBarCloseButton)),
         QSize(16, 16), devicePixelRatioF(), tinted.color(QPalette::Window),
         tinted.color(QPalette::WindowText)));

@@ -7,8 +7,6 @@
 #include "model/RemuxItem.h"
 
 #include <QColor>
-#include <QIcon>
-#include <QPixmap>
 #include <QString>
 #include <QStringList>
 
@@ -34,16 +32,9 @@ QString errorDetailsText(const RemuxItem& item);
 // The row's tooltip: a failure's line with the tool's last lines under it, or the
 // whole note of a completed or skipped item, which the row may have to cut short.
 QString toolTip(const RemuxItem& item);
-// WCAG's contrast ratio of two opaque colours, from 1 to 21.
-double contrastRatio(const QColor& a, const QColor& b);
 // The colour of a failure's text on `background`: a red that keeps 4.5:1 there, light
 // on a dark row and dark on a light one, or else `fallback` (the row's own text).
 QColor errorColour(const QColor& background, const QColor& fallback);
-// `icon` as drawn at `size`, or, where its average colour keeps less than 3:1 against
-// `background` (a fixed-colour fallback icon on a dark palette), the same shape in
-// `ink`, so that no icon vanishes into its background.
-QPixmap visiblePixmap(const QIcon& icon, QSize size, qreal devicePixelRatio,
-                      const QColor& background, const QColor& ink);
 // What a screen reader reads for the row: the file, then its status, or while it
 // runs, "Remuxing" and how far it has come.
 QString accessibleText(const RemuxItem& item);

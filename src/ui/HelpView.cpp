@@ -1,16 +1,15 @@
 #include "HelpView.h"
 
-#include "FileItemRow.h"
+#include "Legibility.h"
 #include "model/RemuxItem.h"
 
 #include <QFileInfo>
-#include <QProcess>
-
 #include <QFontDatabase>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
+#include <QProcess>
 #include <QStyle>
 #include <QTextDocument>
 #include <QUrl>
@@ -19,7 +18,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
 
 QLabel* label(const QString& text, Qt::TextFormat format, QWidget* parent) {
     auto* label = new QLabel(parent);
@@ -93,7 +91,7 @@ HelpView::HelpView(QWidget* parent) : QScrollArea(parent) {
         auto* titleRow = new QHBoxLayout;
         titleRow->setSpacing(8);
         auto* icon = new QLabel(column);
-        icon->setPixmap(FileItemRow::visiblePixmap(
+        icon->setPixmap(Legibility::visiblePixmap(
             QIcon::fromTheme(QString::fromUtf16(s.icon), style()->standardIcon(s.fallback)),
             QSize(20, 20), devicePixelRatioF(), palette().color(QPalette::Window),
             palette().color(QPalette::WindowText)));
@@ -112,6 +110,7 @@ HelpView::HelpView(QWidget* parent) : QScrollArea(parent) {
         QLabel* text = label(markdown, Qt::MarkdownText, column);
         secondary(text);
         body->addWidget(text);
+        return text;
     };
     // Rows of a number or a key in a fixed column beside wrapping text.
     const auto table = [&](QVBoxLayout* body, const QList<std::pair<QString, QString>>& rows,
@@ -253,10 +252,8 @@ HelpView::HelpView(QWidget* parent) : QScrollArea(parent) {
             .arg(QUrl(site).host(), site, email));
 
     body = section({u"Credits", u"text-x-generic-template", QStyle::SP_FileDialogInfoView});
-    paragraph(body, creditsText(std::nullopt));
-    credits_ = qobject_cast<QLabel*>(body->itemAt(body->count() - 1)->widget());
-    paragraph(body, QString());
-    license_ = qobject_cast<QLabel*>(body->itemAt(body->count() - 1)->widget());
+    credits_ = paragraph(body, creditsText(std::nullopt));
+    license_ = paragraph(body, QString());
     stack->addStretch(1);
     setWidget(canvas);
     readFFmpegBuild();

@@ -4,6 +4,7 @@
 #include "ui/DropFeedbackBanner.h"
 #include "ui/DropOverlay.h"
 #include "ui/FileItemRow.h"
+#include "ui/Legibility.h"
 #include "ui/FileListView.h"
 #include "ui/HelpView.h"
 #include "ui/MainWindow.h"
@@ -187,12 +188,12 @@ private Q_SLOTS:
     }
     void errorTextKeepsItsContrast() {
         QFETCH(QColor, background);
-        const QColor fallback = FileItemRow::contrastRatio(Qt::white, background) >
-                                        FileItemRow::contrastRatio(Qt::black, background)
+        const QColor fallback = Legibility::contrastRatio(Qt::white, background) >
+                                        Legibility::contrastRatio(Qt::black, background)
                                     ? QColor(Qt::white)
                                     : QColor(Qt::black);
         const QColor error = FileItemRow::errorColour(background, fallback);
-        QVERIFY2(FileItemRow::contrastRatio(error, background) >= 4.5,
+        QVERIFY2(Legibility::contrastRatio(error, background) >= 4.5,
                  qPrintable(error.name() + u" on "_s + background.name()));
         // Red where red can be read; the row's own text colour elsewhere.
         QVERIFY(error == fallback || (error.red() > error.green() && error.red() > error.blue()));
