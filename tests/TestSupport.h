@@ -44,6 +44,8 @@ inline QString copyInto(const QTemporaryDir& dir, const QString& source, QString
 // new shared-support folder under `dir`, and points the tool layer there. Gives the
 // folder that holds the tool, where the script may keep files of its own. A real
 // MP4 stands there as "sample.mp4", for a fake ffmpeg to give as a finished output.
+// The script finds the run's video output (an .mp4 or .mov not read with -i) in
+// $out, empty for a run that writes only sidecars.
 inline QString installFakeTool(const QTemporaryDir& dir, const QString& name,
                                const QByteArray& script) {
     static int serial = 0;
@@ -52,7 +54,10 @@ inline QString installFakeTool(const QTemporaryDir& dir, const QString& name,
     QDir().mkpath(bin);
     QFile tool(bin + u'/' + name);
     tool.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    tool.write("#!/bin/sh\nhere=$(dirname \"$0\")\n" + script);
+    tool.write("#!/bin/sh\nhere=$(dirname \"$0\")\nout=; prev=\n"
+               "for a; do case \"$a\" in *.mp4|*.mov) [ \"$prev\" = -i ] || out=$a;; esac; "
+               "prev=$a; done\n" +
+               script);
     tool.close();
     tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     QFile::copy(mediaPath(QStringLiteral("h264_aac.mp4")), bin + QStringLiteral("/sample.mp4"));

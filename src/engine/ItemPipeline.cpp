@@ -225,14 +225,12 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         Q_EMIT inflightOutputsChanged();
         updateItem(id, [&](RemuxItem& item) { item.outputURL = output; });
 
-        if (!info.hasTextSubtitles()) {
-            failedSubtitleCount = 0;
-        } else {
-            // Each sidecar's name is claimed on disk as the output's is, so that what
-            // stands at a planned name after the run is ours to keep or delete. A name
-            // taken since the plan was made loses its track.
-            QList<FFmpegService::SubtitleExtractionPlan> plans;
-            int unclaimed = 0;
+        // Each sidecar's name is claimed on disk as the output's is, so that what
+        // stands at a planned name after the run is ours to keep or delete. A name
+        // taken since the plan was made loses its track.
+        QList<FFmpegService::SubtitleExtractionPlan> plans;
+        int unclaimed = 0;
+        if (info.hasTextSubtitles()) {
             for (const FFmpegService::SubtitleExtractionPlan& plan :
                  FFmpegService::planSubtitleExtraction(url, info.subtitleStreams, outputFolder,
                                                        inflightOutputs_)) {
@@ -245,16 +243,45 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
                 claimedOutputs.append(plan.url);
             }
             Q_EMIT inflightOutputsChanged();
-            const auto existingSidecars = [&plans] {
-                QStringList existing;
-                for (const FFmpegService::SubtitleExtractionPlan& plan : plans) {
-                    if (QFileInfo::exists(plan.url)) {
-                        existing.append(plan.url);
-                    }
+        }
+        const auto existingSidecars = [&plans] {
+            QStringList existing;
+            for (const FFmpegService::SubtitleExtractionPlan& plan : plans) {
+                if (QFileInfo::exists(plan.url)) {
+                    existing.append(plan.url);
                 }
-                return existing;
-            };
-            int missing = 0;
+            }
+            return existing;
+        };
+        createdOutputs = existingSidecars() + QStringList{output};
+
+        auto throttle = std::make_shared<ProgressThrottle>();
+        FFmpegService::ProgressCallback progress = [this, id, throttle](double fraction) {
+            forwardProgress(fraction, id, *throttle);
+        };
+        // One run writes the output and every sidecar, so the source is read once.
+        std::optional<QString> remuxLines;
+        try {
+            remuxLines = co_await FFmpegService::remux(url, output, info, progress, stop, plans);
+        } catch (const FFmpegError& error) {
+            if (plans.isEmpty() || error.kind() != FFmpegError::Case::remuxFailed) {
+                throw;
+            }
+            qCWarning(lcRemuxService, "One run for %s and its subtitles failed, trying two: %s",
+                      qUtf8Printable(FilePath::lastPathComponent(url)), error.what());
+        }
+        int missing = 0;
+        if (remuxLines) {
+            // After a run that wrote every sidecar, an empty one is a stream without
+            // cues and stays.
+            missing = int(plans.size() - existingSidecars().size());
+        } else {
+            // A sidecar ffmpeg could not write fails the whole run. What it wrote is
+            // emptied, the claims kept, and the sidecars and the video are made in
+            // runs of their own, so that the video converts even then.
+            for (const QString& written : createdOutputs) {
+                QFile::resize(written, 0);
+            }
             try {
                 missing = co_await FFmpegService::extractSubtitles(url, plans, stop);
             } catch (const FFmpegError& error) {
@@ -262,18 +289,13 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
                 if (kind == FFmpegError::Case::cancelled ||
                     kind == FFmpegError::Case::ffmpegNotFound ||
                     kind == FFmpegError::Case::ffprobeNotFound) {
-                    // The planned names were claimed, so whatever stands there now
-                    // is ours: a claim or what the cut-short extraction wrote.
-                    createdOutputs = existingSidecars() + QStringList{output};
                     throw;
                 }
                 qCCritical(lcRemuxService, "Subtitle extraction failed for %s: %s",
                            qUtf8Printable(FilePath::lastPathComponent(url)), error.what());
                 missing = int(plans.size());
             }
-            failedSubtitleCount = unclaimed + missing;
-            // A claim ffmpeg did not write is left empty. After a run that wrote
-            // every sidecar, an empty one is a stream without cues and stays.
+            // A claim ffmpeg did not write is left empty.
             if (missing > 0) {
                 for (const FFmpegService::SubtitleExtractionPlan& plan : plans) {
                     if (QFileInfo(plan.url).size() == 0) {
@@ -282,13 +304,9 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
                 }
             }
             createdOutputs = existingSidecars() + QStringList{output};
+            remuxLines = co_await FFmpegService::remux(url, output, info, progress, stop);
         }
-
-        auto throttle = std::make_shared<ProgressThrottle>();
-        FFmpegService::ProgressCallback progress = [this, id, throttle](double fraction) {
-            forwardProgress(fraction, id, *throttle);
-        };
-        const QString remuxLines = co_await FFmpegService::remux(url, output, info, progress, stop);
+        failedSubtitleCount = unclaimed + missing;
 
         // ffmpeg may finish with status 0 after a cancellation; its output goes.
         if (stop.stop_requested()) {
@@ -296,7 +314,7 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
             releaseClaims(claimedOutputs);
             co_return;
         }
-        const OutputCheck check = co_await checkWrittenOutput(info, output, remuxLines, stop);
+        const OutputCheck check = co_await checkWrittenOutput(info, output, *remuxLines, stop);
         // A cancel that came as the check ended still wins: whoever cancelled has set
         // the row, and the output goes.
         if (stop.stop_requested()) {

@@ -79,15 +79,6 @@ QCoro::Task<QString> runFFmpegWithProgress(QStringList arguments, double totalDu
 // "time=HH:MM:SS.hh", over `totalDuration`, at most 1.0.
 std::optional<double> progressFraction(const QString& text, double totalDuration);
 
-// The ffmpeg arguments that remux `input` into `output`: video copied (HEVC tagged
-// hvc1), the first audio copied or made AAC stereo 192k, text subtitles as mov_text.
-QStringList remuxArguments(const QString& input, const QString& output, const MediaInfo& info);
-// Remuxes `input` into `output` (whose extension picks the container). Throws
-// ffmpegNotFound, or what runFFmpegWithProgress() throws. Writes only `output`.
-// Gives ffmpeg's last lines, as runFFmpegWithProgress() does.
-QCoro::Task<QString> remux(QString input, QString output, MediaInfo info,
-                           ProgressCallback progress, std::stop_token stop = {});
-
 // One text subtitle stream and the .srt sidecar it goes to.
 struct SubtitleExtractionPlan {
     int streamIndex = 0;
@@ -95,6 +86,19 @@ struct SubtitleExtractionPlan {
 
     bool operator==(const SubtitleExtractionPlan&) const = default;
 };
+// The ffmpeg arguments that remux `input` into `output`: video copied (HEVC tagged
+// hvc1), the first audio copied or made AAC stereo 192k, text subtitles as mov_text;
+// then each of `sidecars` as a further output of the same run, so that the source
+// is read once.
+QStringList remuxArguments(const QString& input, const QString& output, const MediaInfo& info,
+                           const QList<SubtitleExtractionPlan>& sidecars = {});
+// Remuxes `input` into `output` (whose extension picks the container), writing
+// `sidecars` in the same run. Throws ffmpegNotFound, or what runFFmpegWithProgress()
+// throws. Writes only `output` and the sidecars. Gives ffmpeg's last lines, as
+// runFFmpegWithProgress() does.
+QCoro::Task<QString> remux(QString input, QString output, MediaInfo info, ProgressCallback progress,
+                           std::stop_token stop = {}, QList<SubtitleExtractionPlan> sidecars = {});
+
 // Whether something stands at `path`: a file, a folder, or a link even when it leads
 // nowhere, since ffmpeg would write through it, out of the folder.
 bool nameTaken(const QString& path);
@@ -105,6 +109,8 @@ QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
                                                      const QList<SubtitleStream>& streams,
                                                      const std::optional<QString>& outputDirectory,
                                                      const QSet<QString>& reserved);
+// The output options of the planned sidecars: each stream as SubRip into its file.
+QStringList sidecarArguments(const QList<SubtitleExtractionPlan>& plans);
 // The ffmpeg arguments that write every planned sidecar in one run.
 QStringList subtitleExtractionArguments(const QString& input,
                                         const QList<SubtitleExtractionPlan>& plans);

@@ -1,5 +1,5 @@
 // The one ffmpeg command line that does the main job: copy the video, make the
-// audio playable, embed text subtitles.
+// audio playable, embed text subtitles, and write them out beside it.
 
 #include "FFmpegService.h"
 #include "Logging.h"
@@ -11,7 +11,8 @@ using namespace Qt::StringLiterals;
 
 namespace FFmpegService {
 
-QStringList remuxArguments(const QString& input, const QString& output, const MediaInfo& info) {
+QStringList remuxArguments(const QString& input, const QString& output, const MediaInfo& info,
+                           const QList<SubtitleExtractionPlan>& sidecars) {
     QStringList arguments{u"-i"_s, input, u"-map"_s, u"0:v:0"_s, u"-c:v"_s, u"copy"_s};
     if (info.videoCodec.toLower() == u"hevc") {
         // QuickTime plays HEVC only under the hvc1 tag, whatever the source says.
@@ -43,17 +44,17 @@ QStringList remuxArguments(const QString& input, const QString& output, const Me
         qCInfo(lcFFmpeg, "Embedding %ld text subtitle track(s) as mov_text", textStreams);
     }
     arguments << u"-y"_s << output;
-    return arguments;
+    return arguments + sidecarArguments(sidecars);
 }
 
-QCoro::Task<QString> remux(QString input, QString output, MediaInfo info,
-                           ProgressCallback progress, std::stop_token stop) {
+QCoro::Task<QString> remux(QString input, QString output, MediaInfo info, ProgressCallback progress,
+                           std::stop_token stop, QList<SubtitleExtractionPlan> sidecars) {
     qCInfo(lcFFmpeg, "Remux started: %s", qUtf8Printable(FilePath::lastPathComponent(input)));
     const QString tool = ffmpegPath();
     if (tool.isEmpty() || !QFileInfo::exists(tool)) {
         throw FFmpegError::ffmpegNotFound();
     }
-    const QStringList arguments = remuxArguments(input, output, info);
+    const QStringList arguments = remuxArguments(input, output, info, sidecars);
     qCDebug(lcFFmpeg, "FFmpeg remux: %s → %s (%ld args)",
             qUtf8Printable(FilePath::lastPathComponent(input)),
             qUtf8Printable(FilePath::lastPathComponent(output)), long(arguments.size()));

@@ -74,8 +74,8 @@ QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
         const QString stem = base + suffixFor(stream, position, kept.size());
         QString candidate = FilePath::appendingPathComponent(directory, stem + u".srt"_s);
         for (int counter = 1; taken(candidate); ++counter) {
-            candidate =
-                FilePath::appendingPathComponent(directory, stem + u'.' + QString::number(counter) + u".srt"_s);
+            candidate = FilePath::appendingPathComponent(
+                directory, stem + u'.' + QString::number(counter) + u".srt"_s);
         }
         claimed.insert(candidate);
         plans.append(SubtitleExtractionPlan{stream.index, candidate});
@@ -83,14 +83,18 @@ QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
     return plans;
 }
 
-QStringList subtitleExtractionArguments(const QString& input,
-                                        const QList<SubtitleExtractionPlan>& plans) {
-    QStringList arguments{u"-y"_s, u"-i"_s, input};
+QStringList sidecarArguments(const QList<SubtitleExtractionPlan>& plans) {
+    QStringList arguments;
     for (const SubtitleExtractionPlan& plan : plans) {
         arguments << u"-map"_s << u"0:%1"_s.arg(plan.streamIndex) << u"-c:s"_s << u"srt"_s
                   << plan.url;
     }
     return arguments;
+}
+
+QStringList subtitleExtractionArguments(const QString& input,
+                                        const QList<SubtitleExtractionPlan>& plans) {
+    return QStringList{u"-y"_s, u"-i"_s, input} + sidecarArguments(plans);
 }
 
 QCoro::Task<int> extractSubtitles(QString input, QList<SubtitleExtractionPlan> plans,
@@ -121,10 +125,11 @@ QCoro::Task<int> extractSubtitles(QString input, QList<SubtitleExtractionPlan> p
     // The exit status covers every sidecar of the run. After a success an empty
     // file is a stream without cues, written on purpose; after a failure it is the
     // caller's claim, which ffmpeg never replaced.
-    const int missing = int(std::count_if(plans.begin(), plans.end(), [runFailed](const auto& plan) {
-        const QFileInfo file(plan.url);
-        return !file.exists() || (runFailed && file.size() == 0);
-    }));
+    const int missing =
+        int(std::count_if(plans.begin(), plans.end(), [runFailed](const auto& plan) {
+            const QFileInfo file(plan.url);
+            return !file.exists() || (runFailed && file.size() == 0);
+        }));
     if (missing > 0) {
         qCCritical(lcFFmpeg, "%ld of %ld subtitle track(s) failed to extract", long(missing),
                    long(plans.size()));

@@ -180,10 +180,8 @@ private Q_SLOTS:
         QFile fake(bin + u"/ffmpeg"_s);
         fake.open(QIODevice::WriteOnly);
         fake.write(
-            "#!/bin/sh\nfor last; do :; done\n"
-            "case \" $* \" in *\" srt \"*) for a in \"$@\"; do case \"$a\" in *.srt) echo 1 > "
-            "\"$a\";; esac; done; exit 0;; esac\n"
-            "printf partial > \"$last\"\ntrap 'exit 255' TERM\nwhile :; do sleep 0.05; done\n");
+            "#!/bin/sh\nfor a; do case \"$a\" in *.srt) echo 1 > \"$a\";; *.mp4) out=$a;; esac; "
+            "done\nprintf partial > \"$out\"\ntrap 'exit 255' TERM\nwhile :; do sleep 0.05; done\n");
         fake.close();
         fake.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 

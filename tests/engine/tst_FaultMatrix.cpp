@@ -13,28 +13,32 @@ namespace {
 // Stands in for ffmpeg and ends in the real one ("real" next to it) unless the
 // file "mode" asks it to fail the way ffmpeg fails: killed by a signal after a
 // partial write, a read-only folder, a disk that is full (/dev/full) or fills up
-// (a file size limit). A run whose output, or "srt" for the sidecar run, has a
-// "hold-<name>" file waits for "go-<name>" first. In mode stubborn it ignores SIGTERM.
-const QByteArray fakeFfmpeg = R"SH(for last; do :; done
-name=$(basename "$last")
-case " $* " in *" srt "*) name=srt;; esac
+// (a file size limit), or, in mode nosrt, failing any run that writes sidecars
+// (after a partial write when it writes the video too). A
+// run whose output, or "srt" for a run of sidecars alone, has a "hold-<name>" file
+// waits for "go-<name>" first. In mode stubborn it ignores SIGTERM.
+const QByteArray fakeFfmpeg = R"SH(name=$(basename "$out")
+[ -n "$out" ] || name=srt
 mode=$(cat "$here/mode")
 [ "$mode" = stubborn ] && trap '' TERM
 echo "start $name" >> "$here/log"
 if [ -e "$here/hold-$name" ]; then
   while [ ! -e "$here/go-$name" ]; do sleep 0.02; done
 fi
+if [ "$mode" = nosrt ] && case " $* " in *" srt "*) true;; *) false;; esac; then
+  [ -n "$out" ] && for a; do case "$a" in *.srt|*.mp4) printf partial > "$a";; esac; done
+  echo "[srt @ 0x1] Could not write header for output file" >&2; exit 1
+fi
 [ "$name" = srt ] && exec "$here/real" "$@"
 ulimit -c 0
 case "$mode" in
-  KILL|SEGV) printf partial > "$last"
+  KILL|SEGV) printf partial > "$out"
     printf 'frame=   10 fps=0.0 q=-1.0 size=     256kB time=00:00:00.40 bitrate=5242.9kbits/s \r' >&2
     kill -$mode $$;;
-  readonly) echo "$last: Permission denied" >&2; exit 1;;
+  readonly) echo "$out: Permission denied" >&2; exit 1;;
   fills) trap '' XFSZ; ulimit -f 20;;
-  full) printf partial > "$last"; n=$#
-    for a; do shift; n=$((n-1)); [ $n -gt 0 ] && set -- "$@" "$a"; done
-    exec "$here/real" "$@" -f mp4 /dev/full;;
+  full) printf partial > "$out"
+    for a; do shift; if [ "$a" = "$out" ]; then set -- "$@" -f mp4 /dev/full; else set -- "$@" "$a"; fi; done;;
 esac
 exec "$here/real" "$@"
 )SH";
@@ -147,7 +151,7 @@ private Q_SLOTS:
         QTest::newRow("disk full from the start") << u"subtitles.mkv"_s << QByteArray() << u"full"_s << QString() << QString() << u"Error: No space left on device"_s;
         QTest::newRow("disk fills up mid-write") << u"h264_aac.mkv"_s << QByteArray() << u"fills"_s << QString() << QString() << u"Error: File too large"_s;
         QTest::newRow("output appears before the run") << u"h264_aac.mkv"_s << QByteArray() << u"real"_s << QString() << u"plant output"_s << u"Skipped: Skipped — output file already exists"_s;
-        QTest::newRow("output appears during the sidecar run") << u"subtitles.mkv"_s << QByteArray() << u"real"_s << u"srt"_s << u"plant output"_s << u"Completed"_s;
+        QTest::newRow("ffmpeg can't write the sidecars; output appears meanwhile") << u"subtitles.mkv"_s << QByteArray() << u"nosrt"_s << u"srt"_s << u"plant output"_s << u"Completed: 3 subtitle tracks failed to extract"_s;
         QTest::newRow("output appears as ffmpeg starts") << u"h264_aac.mkv"_s << QByteArray() << u"real"_s << u"clip.mp4"_s << u"plant output"_s << u"Completed"_s;
     }
     // clang-format on

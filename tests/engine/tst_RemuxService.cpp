@@ -13,36 +13,35 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Stands in for ffmpeg where timing matters. Sidecar runs write SubRip files;
-// remux runs write a partial output, log "start"/"end"/"term" with the output's
-// name, finish with a real MP4, and behave as the file "mode" says: fail, hold (until "release-<name>"
-// exists), chatty (100 progress lines over a second), or finish at once. In mode
-// slowsrt the sidecar run writes its files and then waits to be stopped; in mode
+// Stands in for ffmpeg where timing matters. Sidecars are written at once; the
+// video output is written partly, logged "start"/"end"/"term" with its name, and
+// finished with a real MP4, as the file "mode" says: fail, hold (until
+// "release-<name>" exists), chatty (100 progress lines over a second), or at once.
+// In mode slowsrt a run waits to be stopped once its sidecars are written; in mode
 // stubborn the remux ignores SIGTERM until released.
-const QByteArray fakeFfmpeg = R"SH(for last; do :; done
-case " $* " in
+const QByteArray fakeFfmpeg = R"SH(case " $* " in
   *" srt "*)
     for a in "$@"; do case "$a" in *.srt) printf '1\n00:00:00,000 --> 00:00:01,000\nx\n\n' > "$a";; esac; done
     if [ "$(cat "$here/mode" 2>/dev/null)" = slowsrt ]; then
       echo "extracting" >> "$here/log"
       trap 'kill $p 2>/dev/null; exit 255' TERM; sleep 30 & p=$!; wait $p
     fi
-    exit 0;;
+    [ -n "$out" ] || exit 0;;
 esac
-name=$(basename "$last")
+name=$(basename "$out")
 mode=$(cat "$here/mode" 2>/dev/null)
 # Signals are set up before the run shows in the log, where the tests wait for it.
 if [ "$mode" = stubborn ]; then trap '' TERM
 else trap 'kill $p 2>/dev/null; echo "term $name" >> "$here/log"; exit 255' TERM; fi
 echo "start $name" >> "$here/log"
-printf partial > "$last"
+printf partial > "$out"
 case "$mode" in
   fail) echo "[mp4 @ 0x1] Could not write header for output file" >&2; exit 1;;
   hold) while [ ! -e "$here/release-$name" ]; do sleep 0.02 & p=$!; wait $p; done;;
   stubborn) while [ ! -e "$here/release-$name" ]; do sleep 0.02; done; echo "end $name" >> "$here/log"; exit 1;;
   chatty) i=0; while [ $i -lt 100 ]; do printf 'time=00:00:00.%02d \r' $i >&2; sleep 0.01 & p=$!; wait $p; i=$((i+1)); done;;
 esac
-cat "$here/sample.mp4" > "$last"
+cat "$here/sample.mp4" > "$out"
 echo "end $name" >> "$here/log"
 exit 0
 )SH";
@@ -233,6 +232,59 @@ private Q_SLOTS:
         }
     }
 
+    void oneRunWritesWhatTwoRunsWrite_data() {
+        QTest::addColumn<QString>("media");
+        QTest::newRow("three languages") << u"subtitles.mkv"_s;
+        QTest::newRow("a track without cues") << u"empty_subtitles.mkv"_s;
+        QTest::newRow("corpus: SubRip in MKV") << u"corpus:sample_with_srt.mkv"_s;
+    }
+    // The real ffmpeg, counting its runs; in mode "split" a run that writes the video
+    // and sidecars together fails, as it does when a sidecar can't be written, and the
+    // item falls back to a run of sidecars and a remux.
+    void oneRunWritesWhatTwoRunsWrite() {
+        QFETCH(QString, media);
+        const bool corpus = media.startsWith(u"corpus:");
+        if (corpus && !TestSupport::corpusAvailable()) {
+            QSKIP("the shared corpus is not beside the checkout");
+        }
+        const QByteArray real = QFile::encodeName(TestSupport::bundledSupportPath()) + "/ffmpeg/bin/";
+        const QString bin = TestSupport::installFakeTool(
+            *folder, u"ffmpeg"_s,
+            "echo run >> \"$here/runs-$(cat \"$here/mode\")\"\n"
+            "case \"$(cat \"$here/mode\") $*\" in split*mov_text*\" srt \"*) exit 1;; esac\n"
+            "exec " + real + "ffmpeg \"$@\"\n");
+        QFile::link(QString::fromUtf8(real) + u"ffprobe"_s, bin + u"/ffprobe"_s);
+        QMap<QString, QByteArray> written[2];
+        for (const int split : {0, 1}) {
+            const QString mode = split ? u"split"_s : u"one"_s;
+            QFile modeFile(bin + u"/mode"_s);
+            QVERIFY(modeFile.open(QIODevice::WriteOnly | QIODevice::Truncate));
+            modeFile.write(mode.toUtf8());
+            modeFile.close();
+            QDir(folder->path()).mkdir(mode);
+            const QString source = TestSupport::copyInto(
+                *folder, corpus ? TestSupport::corpusPath(media.mid(7)) : TestSupport::mediaPath(media),
+                mode + u'/' + media.section(u':', -1));
+            const QUuid id = addAndProbe({source}).first();
+            service->startBatch();
+            QVERIFY(waitForBatchEnd());
+            QCOMPARE(DiskLedger::outcome(itemAt(id)), u"Completed"_s);
+            QFile runs(bin + u"/runs-"_s + mode);
+            QVERIFY(runs.open(QIODevice::ReadOnly));
+            QCOMPARE(runs.readAll().count('\n'), split ? 3 : 1);
+            for (const QString& name : QDir(folder->filePath(mode)).entryList(QDir::Files)) {
+                QFile file(folder->filePath(mode + u'/' + name));
+                QVERIFY(file.open(QIODevice::ReadOnly));
+                written[split][name] = file.readAll();
+            }
+        }
+        QCOMPARE(written[0].keys(), written[1].keys());
+        QVERIFY(written[0].size() >= 3);
+        for (const QString& name : written[0].keys()) {
+            QVERIFY2(written[0][name] == written[1][name], qPrintable(name + u" differs"_s));
+        }
+    }
+
     void theBatchNotificationCountsTheEnds() {
         addAndProbe({add(u"hevc_aac.mkv"_s), add(u"no_video.mkv"_s), add(u"h264_aac.mp4"_s),
                      add(u"cut_after_header.mkv"_s)});
@@ -375,7 +427,7 @@ private Q_SLOTS:
         QCOMPARE(QDir(folder->path()).entryList(QDir::Files).size(), 3);
     }
 
-    void sidecarsOfACutShortExtractionAreDeleted() {
+    void aCancelAfterTheSidecarsLeavesNothing() {
         useFakeFfmpeg(u"slowsrt"_s);
         const QUuid id = addAndProbe({add(u"subtitles.mkv"_s)}).first();
         service->startBatch();

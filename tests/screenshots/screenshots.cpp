@@ -26,19 +26,18 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// The sidecar run writes its files at once; a remux of "Night market" is the real
-// ffmpeg's; any other finishes with a real MP4 unless "hold-<output>" exists, in
+// A run of sidecars alone and a remux of "Night market" are the real ffmpeg's; any
+// other finishes with a real MP4 unless "hold-<output>" exists, in
 // which case it waits for "release-<output>".
-const QByteArray fakeFfmpeg = R"SH(for last; do :; done
-case " $* " in *" srt "*) exec "$here/real" "$@";; esac
-case "$last" in *"Night market"*) exec "$here/real" "$@";; esac
-name=$(basename "$last")
-printf partial > "$last"
+const QByteArray fakeFfmpeg = R"SH([ -n "$out" ] || exec "$here/real" "$@"
+case "$out" in *"Night market"*) exec "$here/real" "$@";; esac
+name=$(basename "$out")
+printf partial > "$out"
 trap 'exit 255' TERM
 if [ -e "$here/hold-$name" ]; then
   while [ ! -e "$here/release-$name" ]; do sleep 0.05; done
 fi
-cat "$here/sample.mp4" > "$last"
+cat "$here/sample.mp4" > "$out"
 )SH";
 
 QPalette darkPalette() {

@@ -29,14 +29,12 @@ namespace {
 
 // Sidecars are written at once; a remux writes a partial output and holds until
 // "release-<name>" exists, then finishes with a real MP4.
-const QByteArray holdingFfmpeg = R"SH(for last; do :; done
-case " $* " in
-  *" srt "*) for a in "$@"; do case "$a" in *.srt) printf '1\n00:00:00,000 --> 00:00:01,000\nx\n' > "$a";; esac; done; exit 0;;
-esac
-printf partial > "$last"
+const QByteArray holdingFfmpeg = R"SH(for a in "$@"; do case "$a" in *.srt) printf '1\n00:00:00,000 --> 00:00:01,000\nx\n' > "$a";; esac; done
+[ -n "$out" ] || exit 0
+printf partial > "$out"
 trap 'exit 255' TERM
-while [ ! -e "$here/release-$(basename "$last")" ]; do sleep 0.02; done
-cat "$here/sample.mp4" > "$last"
+while [ ! -e "$here/release-$(basename "$out")" ]; do sleep 0.02; done
+cat "$here/sample.mp4" > "$out"
 exit 0
 )SH";
 
