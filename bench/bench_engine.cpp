@@ -6,12 +6,16 @@
 // - what a run whose probe is cached adds, from Start to completed, to the bare
 //   ffmpeg time of the same command (medians of alternating runs), and what the
 //   probe of the output before Completed costs, on that small output and on a
-//   large one.
+//   large one;
+// - the ffmpeg work of a large subtitled item, from the start of its first ffmpeg
+//   child to the end of its last, beside one bare ffmpeg run that writes the same
+//   files, with the page cache warm and, where it can be dropped, cold.
 
 #include "BenchSupport.h"
 #include "async/BackgroundTask.h"
 #include "async/Blocking.h"
 #include "engine/RemuxService.h"
+#include "tools/Logging.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -19,7 +23,10 @@
 #include <QFile>
 #include <QTimer>
 
+#include <chrono>
 #include <cstdio>
+#include <fcntl.h>
+#include <fstream>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -28,8 +35,16 @@ namespace {
 
 // The early probe's arguments, which the output check uses too.
 QStringList probeArguments(const QString& file) {
-    return {u"-v"_s,   u"error"_s, u"-print_format"_s,   u"json"_s, u"-show_streams"_s,
-            u"-show_format"_s, u"-analyzeduration"_s, u"100M"_s, u"-probesize"_s,   u"100M"_s,
+    return {u"-v"_s,
+            u"error"_s,
+            u"-print_format"_s,
+            u"json"_s,
+            u"-show_streams"_s,
+            u"-show_format"_s,
+            u"-analyzeduration"_s,
+            u"100M"_s,
+            u"-probesize"_s,
+            u"100M"_s,
             file};
 }
 
@@ -44,6 +59,43 @@ void timeCheckAndBareProbe(const QString& output, std::vector<double>& check,
     clock.start();
     Bench::runQuietly(FFmpegService::ffprobePath(), probeArguments(output));
     bare.push_back(clock.nsecsElapsed() / 1e6);
+}
+
+// When the tool layer said it launched its first ffmpeg of an item and when it
+// said the last one ended, read off its log lines.
+struct ChildSpan {
+    std::optional<std::chrono::steady_clock::time_point> first;
+    std::chrono::steady_clock::time_point last;
+};
+ChildSpan childSpan;
+
+void noteChildren(QtMsgType, const QMessageLogContext&, const QString& message) {
+    const auto now = std::chrono::steady_clock::now();
+    if (!childSpan.first &&
+        (message.startsWith(u"Extracting"_s) || message.startsWith(u"Remux started"_s))) {
+        childSpan.first = now;
+    } else if (message.startsWith(u"Remux complete"_s)) {
+        childSpan.last = now;
+    }
+}
+
+// Empties the page cache, so that the next read comes from the disk; false where
+// this process may not.
+bool dropPageCache() {
+    ::sync();
+    std::ofstream control("/proc/sys/vm/drop_caches");
+    control << "3" << std::endl;
+    return bool(control);
+}
+
+// Drops one file's pages from the cache: a source read from the disk, while the
+// programs that read it stay as warm as they are in use.
+void evictFromCache(const QString& path) {
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY);
+    if (fd >= 0) {
+        ::posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
+        ::close(fd);
+    }
 }
 
 // Spins the event loop until the batch has ended.
@@ -178,6 +230,100 @@ void outputCheckOfALargeFile(const QString& big, const QString& work) {
     QFile::remove(output);
 }
 
+void subtitledRemuxFigures(const QString& media, const QString& work) {
+    RemuxService service;
+    service.setCustomOutputDirectory(work);
+    const QString output = work + u"/"_s + QFileInfo(media).completeBaseName() + u".mp4"_s;
+    const MediaInfo info = Async::waitFor(FFmpegService::probe(media));
+    QFile::remove(output);
+    const QList<FFmpegService::SubtitleExtractionPlan> sidecars =
+        FFmpegService::planSubtitleExtraction(media, info.subtitleStreams, work, {});
+    const auto removeOutputs = [&] {
+        QFile::remove(output);
+        for (const FFmpegService::SubtitleExtractionPlan& sidecar : sidecars) {
+            QFile::remove(sidecar.url);
+        }
+    };
+    // How cold the source is: warm, evicted from the cache, or the whole cache
+    // dropped. Either happens after the early probe, which reads the file's start.
+    enum class Cache { warm, sourceEvicted, dropped };
+    const auto chill = [&](Cache cache) {
+        if (cache == Cache::sourceEvicted) {
+            evictFromCache(media);
+        } else if (cache == Cache::dropped) {
+            dropPageCache();
+        }
+    };
+    const auto timeItem = [&](Cache cache) {
+        const QUuid id = addAndProbe(service, {media}).first();
+        chill(cache);
+        childSpan = {};
+        QLoggingCategory& log = const_cast<QLoggingCategory&>(lcFFmpeg());
+        const bool wasLogging = log.isInfoEnabled();
+        log.setEnabled(QtInfoMsg, true);
+        const QtMessageHandler previous = qInstallMessageHandler(noteChildren);
+        service.startBatch();
+        waitForBatchEnd(service);
+        qInstallMessageHandler(previous);
+        log.setEnabled(QtInfoMsg, wasLogging);
+        if (service.item(id)->status != ProcessingStatus::completed || !childSpan.first ||
+            service.item(id)->statusMessage) {
+            std::fprintf(stderr, "subtitled item did not complete cleanly\n");
+        }
+        service.removeItem(id);
+        removeOutputs();
+        return std::chrono::duration<double, std::milli>(childSpan.last - *childSpan.first).count();
+    };
+    const QStringList oneRun = FFmpegService::remuxArguments(media, output, info, sidecars);
+    const QStringList sidecarRun = FFmpegService::subtitleExtractionArguments(media, sidecars);
+    const QStringList remuxRun = FFmpegService::remuxArguments(media, output, info);
+    const auto timeBare = [&](const QList<QStringList>& runs, Cache cache = Cache::warm) {
+        chill(cache);
+        const double ms = Bench::millisecondsOf([&] {
+            for (const QStringList& arguments : runs) {
+                Bench::runQuietly(FFmpegService::ffmpegPath(), arguments);
+            }
+        });
+        removeOutputs();
+        return ms;
+    };
+    std::vector<double> item;
+    std::vector<double> bare;
+    std::vector<double> twoRuns;
+    for (int run = 0; run < 7; ++run) {
+        if (run % 2 == 0) {
+            item.push_back(timeItem(Cache::warm));
+            bare.push_back(timeBare({oneRun}));
+        } else {
+            bare.push_back(timeBare({oneRun}));
+            item.push_back(timeItem(Cache::warm));
+        }
+        twoRuns.push_back(timeBare({sidecarRun, remuxRun}));
+    }
+    std::printf("subtitled_mib,%lld\n", (long long)(QFileInfo(media).size() >> 20));
+    std::printf("subtitled_item_ms,%.1f\n", Bench::median(item));
+    std::printf("subtitled_bare_ms,%.1f\n", Bench::median(bare));
+    std::printf("subtitled_two_bare_runs_ms,%.1f\n", Bench::median(twoRuns));
+    std::vector<double> evictedItem;
+    std::vector<double> evictedBare;
+    for (int run = 0; run < 5; ++run) {
+        evictedItem.push_back(timeItem(Cache::sourceEvicted));
+        evictedBare.push_back(timeBare({oneRun}, Cache::sourceEvicted));
+    }
+    std::printf("subtitled_evicted_item_ms,%.1f\n", Bench::median(evictedItem));
+    std::printf("subtitled_evicted_bare_ms,%.1f\n", Bench::median(evictedBare));
+    std::vector<double> coldItem;
+    std::vector<double> coldBare;
+    for (int run = 0; run < 5 && dropPageCache(); ++run) {
+        coldItem.push_back(timeItem(Cache::dropped));
+        coldBare.push_back(timeBare({oneRun}, Cache::dropped));
+    }
+    if (!coldItem.empty()) {
+        std::printf("subtitled_cold_item_ms,%.1f\n", Bench::median(coldItem));
+        std::printf("subtitled_cold_bare_ms,%.1f\n", Bench::median(coldBare));
+    }
+}
+
 // 100 folders of 1,000 entries each, a tenth of them videos; the rest are other
 // files and a few subfolders. Adding the tree walks it on the main thread.
 void scanFigures(const QString& work) {
@@ -205,8 +351,8 @@ void scanFigures(const QString& work) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    if (argc < 4) {
-        std::fprintf(stderr, "usage: bench_engine BIG_MKV SMALL_MKV WORK_DIR\n");
+    if (argc < 5) {
+        std::fprintf(stderr, "usage: bench_engine BIG_MKV SMALL_MKV WORK_DIR BIG_SUBTITLED_MKV\n");
         return 2;
     }
     // The queue takes absolute paths only.
@@ -218,6 +364,7 @@ int main(int argc, char** argv) {
     appendFigures(work);
     startToCompletedFigures(small, work);
     outputCheckOfALargeFile(big, work);
+    subtitledRemuxFigures(QFileInfo(QString::fromLocal8Bit(argv[4])).absoluteFilePath(), work);
     scanFigures(work);
     return 0;
 }

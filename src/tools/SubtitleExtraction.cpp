@@ -86,8 +86,9 @@ QList<SubtitleExtractionPlan> planSubtitleExtraction(const QString& input,
 QStringList sidecarArguments(const QList<SubtitleExtractionPlan>& plans) {
     QStringList arguments;
     for (const SubtitleExtractionPlan& plan : plans) {
+        // Each file is an empty claim; see the output's in remuxArguments().
         arguments << u"-map"_s << u"0:%1"_s.arg(plan.streamIndex) << u"-c:s"_s << u"srt"_s
-                  << plan.url;
+                  << u"-truncate"_s << u"0"_s << plan.url;
     }
     return arguments;
 }

@@ -80,13 +80,13 @@ private Q_SLOTS:
         const QStringList audioMap{u"-map"_s, u"0:a:0"_s};
         const QStringList copy{u"-c:a"_s, u"copy"_s};
         const QStringList transcode{u"-c:a"_s, u"aac"_s, u"-ac"_s, u"2"_s, u"-b:a"_s, u"192k"_s};
-        const QStringList out{u"-y"_s, u"OUT"_s};
+        const QStringList out{u"-y"_s, u"-truncate"_s, u"0"_s, u"OUT"_s};
         const QString none;
         QTest::newRow("the worked example: HEVC, DTS, text at 2 and 4")
             << describe(u"hevc"_s, u"dts"_s, u"2:subrip;4:ass"_s)
             << QStringList{u"-i"_s, u"IN"_s, u"-map"_s, u"0:v:0"_s, u"-c:v"_s, u"copy"_s, u"-tag:v"_s, u"hvc1"_s,
                            u"-map"_s, u"0:a:0"_s, u"-c:a"_s, u"aac"_s, u"-ac"_s, u"2"_s, u"-b:a"_s, u"192k"_s,
-                           u"-map"_s, u"0:2"_s, u"-map"_s, u"0:4"_s, u"-c:s"_s, u"mov_text"_s, u"-y"_s, u"OUT"_s};
+                           u"-map"_s, u"0:2"_s, u"-map"_s, u"0:4"_s, u"-c:s"_s, u"mov_text"_s, u"-y"_s, u"-truncate"_s, u"0"_s, u"OUT"_s};
         QTest::newRow("H.264 with AAC") << describe(u"h264"_s, u"aac"_s, u""_s) << video + audioMap + copy + out;
         QTest::newRow("no audio: no map, no codec") << describe(u"h264"_s, none, u""_s) << video + out;
         for (const char* codec : {"mp3", "alac", "ac3", "eac3", "AC3"}) {

@@ -114,8 +114,8 @@ private Q_SLOTS:
                         }));
         QCOMPARE(FFmpegService::subtitleExtractionArguments(u"/in/Movie.mkv"_s, plans),
                  QStringList({u"-y"_s, u"-i"_s, u"/in/Movie.mkv"_s, u"-map"_s, u"0:4"_s, u"-c:s"_s,
-                              u"srt"_s, plans[0].url, u"-map"_s, u"0:7"_s, u"-c:s"_s, u"srt"_s,
-                              plans[1].url}));
+                              u"srt"_s, u"-truncate"_s, u"0"_s, plans[0].url, u"-map"_s, u"0:7"_s,
+                              u"-c:s"_s, u"srt"_s, u"-truncate"_s, u"0"_s, plans[1].url}));
     }
 
     // Qt's arg() would read a "%1" of the name or the language as its own.
