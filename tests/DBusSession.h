@@ -65,21 +65,15 @@ public:
         return !address_.isEmpty();
     }
 
-    // Offers the recording service under its well-known name, from a connection of
-    // its own, as another program would.
+    // Offers a recording service under its well-known name, from a connection of its
+    // own, as another program would.
     bool registerRecorder(NotificationRecorder* recorder) {
-        QDBusConnection service =
-            QDBusConnection::connectToBus(address_, QStringLiteral("recorder"));
-        return service.registerObject(QStringLiteral("/org/freedesktop/Notifications"), recorder,
-                                      QDBusConnection::ExportAllSlots) &&
-               service.registerService(QStringLiteral("org.freedesktop.Notifications"));
+        return offer(QStringLiteral("recorder"), QStringLiteral("org.freedesktop.Notifications"),
+                     recorder);
     }
-
     bool registerFileManager(FileManagerRecorder* recorder) {
-        QDBusConnection service = QDBusConnection::connectToBus(address_, QStringLiteral("files"));
-        return service.registerObject(QStringLiteral("/org/freedesktop/FileManager1"), recorder,
-                                      QDBusConnection::ExportAllSlots) &&
-               service.registerService(QStringLiteral("org.freedesktop.FileManager1"));
+        return offer(QStringLiteral("files"), QStringLiteral("org.freedesktop.FileManager1"),
+                     recorder);
     }
 
     void unregisterRecorder() {
@@ -96,6 +90,14 @@ public:
     }
 
 private:
+    bool offer(const QString& connection, const QString& name, QObject* object) {
+        QDBusConnection service = QDBusConnection::connectToBus(address_, connection);
+        return service.registerObject(QLatin1Char('/') +
+                                          QString(name).replace(QLatin1Char('.'), QLatin1Char('/')),
+                                      object, QDBusConnection::ExportAllSlots) &&
+               service.registerService(name);
+    }
+
     QProcess daemon_;
     QString address_;
 };

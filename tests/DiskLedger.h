@@ -37,7 +37,8 @@ public:
     void forget(const QString& path) { ignored_.insert(path); }
 
     // What is wrong on disk and, unless it is gone, in the engine; one line each.
-    QStringList problems(const RemuxService* service) const {
+    // Rows removed from the list still own what they wrote when they completed.
+    QStringList problems(const RemuxService* service, const QList<RemuxItem>& removed = {}) const {
         QStringList found;
         const QHash<QString, QByteArray> now = contents();
         for (auto it = before_.begin(); it != before_.end(); ++it) {
@@ -48,9 +49,10 @@ public:
             }
         }
         const QList<RemuxItem> items = service ? service->items() : QList<RemuxItem>();
+        const QList<RemuxItem> owners = items + removed;
         for (const QString& path : now.keys()) {
             if (!before_.contains(path) && !ignored_.contains(path) &&
-                std::none_of(items.begin(), items.end(),
+                std::none_of(owners.begin(), owners.end(),
                              [&](const RemuxItem& item) { return isOutputOf(item, path); })) {
                 found << QStringLiteral("left behind: ") + path;
             }

@@ -1,54 +1,49 @@
 #pragma once
 
-// Records the log lines of the com.morvane categories while it lives, and passes
-// every message on to the handler that was there before.
+// Records what is logged while it lives, by category, and passes every message on.
 
-#include <QList>
-#include <QString>
+#include <QStringList>
 #include <QtGlobal>
 
-#include <cstring>
 #include <mutex>
 
 class LogCapture {
 public:
     LogCapture() {
-        instance() = this;
-        previous_ = qInstallMessageHandler(&LogCapture::handle);
+        lines().clear();
+        previous() = qInstallMessageHandler(&LogCapture::handle);
     }
-    ~LogCapture() {
-        qInstallMessageHandler(previous_);
-        instance() = nullptr;
-    }
+    ~LogCapture() { qInstallMessageHandler(previous()); }
 
-    // Lines of `category` (as "com.morvane.X") that begin with `prefix`.
+    // How many lines of `category` began with `prefix`.
     int count(const char* category, const QString& prefix) const {
-        const std::lock_guard guard(lock_);
-        int n = 0;
-        for (const auto& [cat, text] : lines_) {
-            n += (cat == QLatin1StringView(category) && text.startsWith(prefix)) ? 1 : 0;
-        }
-        return n;
+        const std::lock_guard guard(lock());
+        const QString start = QString::fromLatin1(category) + u' ' + prefix;
+        return int(std::count_if(lines().cbegin(), lines().cend(),
+                                 [&](const QString& line) { return line.startsWith(start); }));
     }
 
 private:
-    static LogCapture*& instance() {
-        static LogCapture* current = nullptr;
-        return current;
+    static QtMessageHandler& previous() {
+        static QtMessageHandler handler = nullptr;
+        return handler;
+    }
+    static std::mutex& lock() {
+        static std::mutex instance;
+        return instance;
+    }
+    static QStringList& lines() {
+        static QStringList all;
+        return all;
     }
     static void handle(QtMsgType type, const QMessageLogContext& context, const QString& text) {
-        if (LogCapture* self = instance()) {
-            if (context.category && std::strncmp(context.category, "com.morvane", 11) == 0) {
-                const std::lock_guard guard(self->lock_);
-                self->lines_.append({QString::fromLatin1(context.category), text});
-            }
-            if (self->previous_) {
-                self->previous_(type, context, text);
-            }
+        {
+            const std::lock_guard guard(lock());
+            lines().append(QString::fromLatin1(context.category ? context.category : "") + u' ' +
+                           text);
+        }
+        if (previous()) {
+            previous()(type, context, text);
         }
     }
-
-    mutable std::mutex lock_;
-    QList<std::pair<QString, QString>> lines_;
-    QtMessageHandler previous_ = nullptr;
 };

@@ -30,11 +30,8 @@ inline bool corpusAvailable() {
 
 // Copies a file into `dir` under `name` (the original's name when empty); the
 // shared media is never written next to.
-inline QString copyInto(const QTemporaryDir& dir, const QString& source, QString name = {}) {
-    if (name.isEmpty()) {
-        name = QFileInfo(source).fileName();
-    }
-    const QString target = dir.filePath(name);
+inline QString copyInto(const QTemporaryDir& dir, const QString& source, const QString& name = {}) {
+    const QString target = dir.filePath(name.isEmpty() ? QFileInfo(source).fileName() : name);
     QFile::copy(source, target);
     QFile(target).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
     return target;
@@ -45,9 +42,10 @@ inline QString copyInto(const QTemporaryDir& dir, const QString& source, QString
 // folder that holds the tool, where the script may keep files of its own. A real
 // MP4 stands there as "sample.mp4", for a fake ffmpeg to give as a finished output.
 // The script finds the run's video output (an .mp4 or .mov not read with -i) in
-// $out, empty for a run that writes only sidecars.
+// $out, empty for a run that writes only sidecars. A `mode` for the script to read
+// stands in the file "mode" beside it.
 inline QString installFakeTool(const QTemporaryDir& dir, const QString& name,
-                               const QByteArray& script) {
+                               const QByteArray& script, const QByteArray& mode = {}) {
     static int serial = 0;
     const QString support = dir.filePath(QStringLiteral("fake-support-%1").arg(++serial));
     const QString bin = support + QStringLiteral("/ffmpeg/bin");
@@ -61,6 +59,8 @@ inline QString installFakeTool(const QTemporaryDir& dir, const QString& name,
     tool.close();
     tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     QFile::copy(mediaPath(QStringLiteral("h264_aac.mp4")), bin + QStringLiteral("/sample.mp4"));
+    QFile modeFile(bin + QStringLiteral("/mode"));
+    static_cast<void>(modeFile.open(QIODevice::WriteOnly) && modeFile.write(mode) == mode.size());
     FFmpegServiceTesting::setSharedSupportPath(support);
     return bin;
 }
