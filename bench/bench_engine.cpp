@@ -33,21 +33,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// The early probe's arguments, which the output check uses too.
-QStringList probeArguments(const QString& file) {
-    return {u"-v"_s,
-            u"error"_s,
-            u"-print_format"_s,
-            u"json"_s,
-            u"-show_streams"_s,
-            u"-show_format"_s,
-            u"-analyzeduration"_s,
-            u"100M"_s,
-            u"-probesize"_s,
-            u"100M"_s,
-            file};
-}
-
 // One output check (the engine's probe of a finished output) and one bare ffprobe
 // with the same arguments, each timed into its list.
 void timeCheckAndBareProbe(const QString& output, std::vector<double>& check,
@@ -57,7 +42,7 @@ void timeCheckAndBareProbe(const QString& output, std::vector<double>& check,
     Async::waitFor(FFmpegService::probe(output));
     check.push_back(clock.nsecsElapsed() / 1e6);
     clock.start();
-    Bench::runQuietly(FFmpegService::ffprobePath(), probeArguments(output));
+    Bench::runQuietly(FFmpegService::ffprobePath(), FFmpegService::probeArguments(output));
     bare.push_back(clock.nsecsElapsed() / 1e6);
 }
 

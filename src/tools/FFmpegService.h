@@ -127,6 +127,8 @@ QString friendlyMessage(const std::exception& error);
 // One line of the tools' diagnostics, made readable.
 QString friendlyLine(const QString& line);
 
+// The ffprobe arguments that describe `url` as JSON: its streams and container.
+QStringList probeArguments(const QString& url);
 // Runs ffprobe on the file and describes it.
 QCoro::Task<MediaInfo> probe(QString url, std::stop_token stop = {});
 MediaInfo parseMediaInfo(const QJsonArray& streams, const std::optional<QJsonObject>& format);

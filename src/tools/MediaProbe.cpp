@@ -135,26 +135,27 @@ std::optional<ProbeDocument> readDocument(const QString& output) {
 
 } // namespace
 
+QStringList probeArguments(const QString& url) {
+    return {u"-v"_s,
+            u"error"_s,
+            u"-print_format"_s,
+            u"json"_s,
+            u"-show_streams"_s,
+            u"-show_format"_s,
+            u"-analyzeduration"_s,
+            u"100M"_s,
+            u"-probesize"_s,
+            u"100M"_s,
+            url};
+}
+
 QCoro::Task<MediaInfo> probe(QString url, std::stop_token stop) {
     qCInfo(lcFFmpeg, "Probing: %s", qUtf8Printable(FilePath::lastPathComponent(url)));
     const QString tool = ffprobePath();
     if (tool.isEmpty() || !QFileInfo::exists(tool)) {
         throw FFmpegError::ffprobeNotFound();
     }
-    const QStringList arguments{
-        u"-v"_s,
-        u"error"_s,
-        u"-print_format"_s,
-        u"json"_s,
-        u"-show_streams"_s,
-        u"-show_format"_s,
-        u"-analyzeduration"_s,
-        u"100M"_s,
-        u"-probesize"_s,
-        u"100M"_s,
-        url,
-    };
-    const QString output = co_await runProcess(tool, arguments, probeTimeout, stop);
+    const QString output = co_await runProcess(tool, probeArguments(url), probeTimeout, stop);
 
     const std::optional<ProbeDocument> document = readDocument(output);
     if (!document) {
