@@ -3,9 +3,9 @@
 # run costs one dpkg query.
 MORVANE_PACKAGES=(
     cmake ninja-build g++ pkg-config
-    qt6-base-dev qt6-base-dev-tools libgl-dev qt6-qpa-plugins qcoro-qt6-dev
+    qt6-base-dev qt6-base-dev-tools libgl-dev qt6-qpa-plugins libqt6svg6 qcoro-qt6-dev
     ffmpeg
-    xvfb xauth dbus dbus-x11
+    xvfb xauth dbus dbus-x11 openbox trayer xdotool wmctrl
     desktop-file-utils appstream dpkg-dev help2man
 )
 

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <climits>
+#include <thread>
 #include <cmath>
 #include <utility>
 
@@ -44,6 +45,16 @@ QCoro::Task<> yieldToEventLoop() {
     Wakeup next;
     next.wake();
     co_await next.wait();
+}
+
+QCoro::Task<> runOffThread(std::function<void()> work) {
+    Wakeup done;
+    std::thread worker([&done, work = std::move(work)] {
+        work();
+        done.wake();
+    });
+    co_await done.wait();
+    worker.join();
 }
 
 QCoro::Task<bool> sleepFor(double seconds, std::stop_token stop) {

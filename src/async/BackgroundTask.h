@@ -67,6 +67,11 @@ QCoro::Task<bool> sleepFor(double seconds, std::stop_token stop);
 // Resumes the caller from the next turn of the event loop.
 QCoro::Task<> yieldToEventLoop();
 
+// Runs `work` on a thread of its own and resumes the caller from the event loop once
+// it has returned: for a blocking call (a flush to the disk) that must not stall the
+// main thread. It can't be cancelled; whoever awaits it waits for it.
+QCoro::Task<> runOffThread(std::function<void()> work);
+
 namespace detail {
 class FinishNotifier final : public QObject {
     Q_OBJECT

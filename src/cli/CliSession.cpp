@@ -9,22 +9,12 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <csignal>
 #include <cstdio>
-#include <fcntl.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// Signals are turned into a byte on a pipe, read by the event loop.
-int signalPipe[2] = {-1, -1};
-
-extern "C" void onSignal(int) {
-    const char byte = 1;
-    [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
-}
 
 bool isFinal(ProcessingStatus status) {
     return status == ProcessingStatus::completed || status == ProcessingStatus::failed ||
@@ -39,21 +29,8 @@ CliSession::CliSession(Options options)
     service_->setPostsNotification(options_.notify);
     progressOnTerminal_ = !options_.json && ::isatty(STDOUT_FILENO);
 
-    if (::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) == 0) {
-        signalNotifier_ = std::make_unique<QSocketNotifier>(signalPipe[0], QSocketNotifier::Read);
-        connect(signalNotifier_.get(), &QSocketNotifier::activated, this, [this] {
-            char byte;
-            while (::read(signalPipe[0], &byte, 1) > 0) {
-            }
-            interrupt();
-        });
-        struct sigaction action {};
-        action.sa_handler = onSignal;
-        sigemptyset(&action.sa_mask);
-        action.sa_flags = SA_RESTART;
-        ::sigaction(SIGINT, &action, nullptr);
-        ::sigaction(SIGTERM, &action, nullptr);
-    }
+    // Ctrl-C, kill or a closed terminal: every run cancelled, its files removed.
+    connect(&signals_, &TerminationSignals::received, this, &CliSession::interrupt);
 }
 
 CliSession::~CliSession() = default;
@@ -148,10 +125,9 @@ bool CliSession::settledEarly() const {
 
 void CliSession::interrupt() {
     interrupted_ = true;
-    // A second signal while the engine winds down finds it gone, and waits on.
-    if (service_) {
-        service_->cancelAll();
-    }
+    // A second signal while the engine winds down changes nothing: it is already
+    // cancelled, and the wait goes on.
+    service_->cancelAll();
 }
 
 int CliSession::run(const QStringList& paths) {
@@ -189,7 +165,7 @@ int CliSession::run(const QStringList& paths) {
                 }
             });
         const QMetaObject::Connection stopped =
-            connect(signalNotifier_.get(), &QSocketNotifier::activated, &loop, &QEventLoop::quit,
+            connect(&signals_, &TerminationSignals::received, &loop, &QEventLoop::quit,
                     Qt::QueuedConnection);
         if (!condition() && !interrupted_) {
             loop.exec();
@@ -250,9 +226,10 @@ int CliSession::run(const QStringList& paths) {
 int CliSession::finish(bool rejectedPaths) {
     const BatchTally counts = tally(service_->items());
     if (interrupted_) {
-        // The engine's end cancels every run and waits until each has deleted what it
-        // wrote; only then does the process go.
-        service_.reset();
+        // Every run is cancelled and waited for until it has deleted what it wrote;
+        // only then does the process go. The engine stays whole meanwhile: a change
+        // that arrives during the wait still finds it.
+        service_->shutDown();
         if (!options_.json) {
             std::fprintf(stderr, "\nInterrupted: partial files removed\n");
         }
@@ -274,6 +251,6 @@ int CliSession::finish(bool rejectedPaths) {
     }
     // Let a notification that is on its way reach the bus before the process goes.
     Async::waitFor(service_->notifier().finishPosting());
-    service_.reset();
+    service_->shutDown();
     return (counts.failed > 0 || rejectedPaths) ? failureExit : successExit;
 }

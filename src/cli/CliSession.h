@@ -1,14 +1,14 @@
 #pragma once
 
 // One invocation of morvane-cli: adds the paths, reports verdicts, runs the batch,
-// prints the tally, and on SIGINT or SIGTERM cancels everything and lets the runs
-// delete what they wrote before it exits.
+// prints the tally, and on SIGINT, SIGTERM or SIGHUP cancels everything and lets the
+// runs delete what they wrote before it exits.
 
+#include "async/TerminationSignals.h"
 #include "engine/RemuxService.h"
 
 #include <QObject>
 #include <QSet>
-#include <QSocketNotifier>
 
 #include <memory>
 #include <optional>
@@ -50,5 +50,5 @@ private:
     QHash<QUuid, double> lastProgress_;
     bool interrupted_ = false;
     bool progressOnTerminal_ = false;
-    std::unique_ptr<QSocketNotifier> signalNotifier_;
+    TerminationSignals signals_;
 };

@@ -4,6 +4,7 @@
 // as the application.
 
 #include "CliSession.h"
+#include "engine/RunJournal.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -68,6 +69,8 @@ int main(int argc, char* argv[]) {
     options.json = parser.isSet(json);
     options.notify = parser.isSet(notify);
 
+    // What a killed or crashed run of either program left half-written goes first.
+    RunJournal::removeAbandoned();
     CliSession session(options);
     return session.run(paths);
 }

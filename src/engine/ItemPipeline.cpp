@@ -6,6 +6,7 @@
 #include "RemuxService.h"
 #include "async/TaskGroup.h"
 #include "model/FilePath.h"
+#include "tools/PartialFile.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -52,7 +53,18 @@ QString RemuxService::outputURL(const RemuxItem& item) const {
 void RemuxService::deleteCreatedOutputs(const QStringList& urls) {
     for (const QString& url : urls) {
         QFile::remove(url);
+        if (PartialFile::isPartial(url)) {
+            journal_.remove(url);
+        }
     }
+}
+
+std::optional<QString> RemuxService::claimPartial(const QString& finalPath, QString* error) {
+    std::optional<QString> partial = PartialFile::create(finalPath, error);
+    if (partial) {
+        journal_.add(*partial);
+    }
+    return partial;
 }
 
 void RemuxService::releaseClaims(const QStringList& urls) {
@@ -203,57 +215,59 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
             });
             co_return;
         }
-        // The name is claimed on disk too: ffmpeg replaces whatever stands at its
-        // output, so a file another program put there while the sidecars were being
-        // written would be lost. Creating fails on any taken name, and on a folder
-        // that can't be written, where ffmpeg would fail the same way.
-        QFile claim(output);
-        if (!claim.open(QIODevice::NewOnly)) {
-            if (FFmpegService::nameTaken(output)) {
-                updateItem(id, [&](RemuxItem& item) {
-                    item.status = ProcessingStatus::skipped;
-                    item.statusMessage = outputExistsText;
-                });
-                co_return;
-            }
-            throw FFmpegError::remuxFailed(output + u": "_s + claim.errorString());
+        // Rule 5 once more: the name may have been taken since the early verdict.
+        if (FFmpegService::nameTaken(output)) {
+            updateItem(id, [&](RemuxItem& item) {
+                item.status = ProcessingStatus::skipped;
+                item.statusMessage = outputExistsText;
+            });
+            co_return;
         }
-        claim.close();
-        createdOutputs = {output};
+        // The run writes under a partial name, claimed on disk; the output takes its
+        // final name only once it has been checked. Creating fails on a folder that
+        // can't be written, where ffmpeg would fail the same way.
+        QString claimError;
+        const std::optional<QString> partial = claimPartial(output, &claimError);
+        if (!partial) {
+            throw FFmpegError::remuxFailed(output + u": "_s + claimError);
+        }
+        createdOutputs = {*partial};
         inflightOutputs_.insert(output);
         claimedOutputs = {output};
         Q_EMIT inflightOutputsChanged();
         updateItem(id, [&](RemuxItem& item) { item.outputURL = output; });
 
-        // Each sidecar's name is claimed on disk as the output's is, so that what
-        // stands at a planned name after the run is ours to keep or delete. A name
-        // taken since the plan was made loses its track.
+        // Each sidecar is written under a partial name of its own. `plans` holds the
+        // final names, `partialPlans` the same streams into their partial files.
         QList<FFmpegService::SubtitleExtractionPlan> plans;
+        QList<FFmpegService::SubtitleExtractionPlan> partialPlans;
         int unclaimed = 0;
         if (info.hasTextSubtitles()) {
             for (const FFmpegService::SubtitleExtractionPlan& plan :
                  FFmpegService::planSubtitleExtraction(url, info.subtitleStreams, outputFolder,
                                                        inflightOutputs_)) {
-                if (!QFile(plan.url).open(QIODevice::NewOnly)) {
+                const std::optional<QString> sidecar = claimPartial(plan.url, &claimError);
+                if (!sidecar) {
                     ++unclaimed;
                     continue;
                 }
                 plans.append(plan);
+                partialPlans.append({plan.streamIndex, *sidecar});
                 inflightOutputs_.insert(plan.url);
                 claimedOutputs.append(plan.url);
             }
             Q_EMIT inflightOutputsChanged();
         }
-        const auto existingSidecars = [&plans] {
+        const auto existingSidecars = [&partialPlans] {
             QStringList existing;
-            for (const FFmpegService::SubtitleExtractionPlan& plan : plans) {
+            for (const FFmpegService::SubtitleExtractionPlan& plan : partialPlans) {
                 if (QFileInfo::exists(plan.url)) {
                     existing.append(plan.url);
                 }
             }
             return existing;
         };
-        createdOutputs = existingSidecars() + QStringList{output};
+        createdOutputs = existingSidecars() + QStringList{*partial};
 
         auto throttle = std::make_shared<ProgressThrottle>();
         FFmpegService::ProgressCallback progress = [this, id, throttle](double fraction) {
@@ -262,9 +276,10 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         // One run writes the output and every sidecar, so the source is read once.
         std::optional<QString> remuxLines;
         try {
-            remuxLines = co_await FFmpegService::remux(url, output, info, progress, stop, plans);
+            remuxLines =
+                co_await FFmpegService::remux(url, *partial, info, progress, stop, partialPlans);
         } catch (const FFmpegError& error) {
-            if (plans.isEmpty() || error.kind() != FFmpegError::Case::remuxFailed) {
+            if (partialPlans.isEmpty() || error.kind() != FFmpegError::Case::remuxFailed) {
                 throw;
             }
             qCWarning(lcRemuxService, "One run for %s and its subtitles failed, trying two: %s",
@@ -274,7 +289,7 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         if (remuxLines) {
             // After a run that wrote every sidecar, an empty one is a stream without
             // cues and stays.
-            missing = int(plans.size() - existingSidecars().size());
+            missing = int(partialPlans.size() - existingSidecars().size());
         } else {
             // A sidecar ffmpeg could not write fails the whole run. What it wrote is
             // emptied, the claims kept, and the sidecars and the video are made in
@@ -283,7 +298,7 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
                 QFile::resize(written, 0);
             }
             try {
-                missing = co_await FFmpegService::extractSubtitles(url, plans, stop);
+                missing = co_await FFmpegService::extractSubtitles(url, partialPlans, stop);
             } catch (const FFmpegError& error) {
                 const FFmpegError::Case kind = error.kind();
                 if (kind == FFmpegError::Case::cancelled ||
@@ -293,18 +308,18 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
                 }
                 qCCritical(lcRemuxService, "Subtitle extraction failed for %s: %s",
                            qUtf8Printable(FilePath::lastPathComponent(url)), error.what());
-                missing = int(plans.size());
+                missing = int(partialPlans.size());
             }
             // A claim ffmpeg did not write is left empty.
             if (missing > 0) {
-                for (const FFmpegService::SubtitleExtractionPlan& plan : plans) {
+                for (const FFmpegService::SubtitleExtractionPlan& plan : partialPlans) {
                     if (QFileInfo(plan.url).size() == 0) {
-                        QFile::remove(plan.url);
+                        deleteCreatedOutputs({plan.url});
                     }
                 }
             }
-            createdOutputs = existingSidecars() + QStringList{output};
-            remuxLines = co_await FFmpegService::remux(url, output, info, progress, stop);
+            createdOutputs = existingSidecars() + QStringList{*partial};
+            remuxLines = co_await FFmpegService::remux(url, *partial, info, progress, stop);
         }
         failedSubtitleCount = unclaimed + missing;
 
@@ -314,13 +329,56 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
             releaseClaims(claimedOutputs);
             co_return;
         }
-        const OutputCheck check = co_await checkWrittenOutput(info, output, *remuxLines, stop);
+        const OutputCheck check = co_await checkWrittenOutput(info, *partial, *remuxLines, stop);
         // A cancel that came as the check ended still wins: whoever cancelled has set
         // the row, and the output goes.
         if (stop.stop_requested()) {
             deleteCreatedOutputs(createdOutputs);
             releaseClaims(claimedOutputs);
             co_return;
+        }
+        // The files reach the disk before their names appear, or a power cut could
+        // leave a final name over an empty file. The slot is free meanwhile: the next
+        // item starts while this one's data is written out.
+        releaseSlot(id, stop);
+        co_await Async::runOffThread([files = createdOutputs] {
+            for (const QString& file : files) {
+                PartialFile::syncData(file);
+            }
+        });
+        if (stop.stop_requested()) {
+            deleteCreatedOutputs(createdOutputs);
+            releaseClaims(claimedOutputs);
+            co_return;
+        }
+        // The sidecars first, the output last: an output under its final name means
+        // that all of the item is in place.
+        QStringList placed;
+        std::optional<QString> finalOutput;
+        for (qsizetype i = 0; i <= partialPlans.size(); ++i) {
+            const bool isOutput = i == partialPlans.size();
+            const QString from = isOutput ? *partial : partialPlans.at(i).url;
+            const QString to = isOutput ? output : plans.at(i).url;
+            if (!isOutput && !QFileInfo::exists(from)) {
+                continue;
+            }
+            QString error;
+            const std::optional<QString> name =
+                PartialFile::putInPlace(from, to, inflightOutputs_, &error);
+            if (!name) {
+                deleteCreatedOutputs(placed);
+                throw FFmpegError::remuxFailed(to + u": "_s + error);
+            }
+            journal_.remove(from);
+            createdOutputs.removeOne(from);
+            placed.append(*name);
+            if (*name != to) {
+                qCWarning(lcRemuxService, "%s was taken while the run wrote it; written as %s",
+                          qUtf8Printable(to), qUtf8Printable(*name));
+            }
+            if (isOutput) {
+                finalOutput = name;
+            }
         }
         QStringList notes;
         if (failedSubtitleCount >= 1) {
@@ -331,12 +389,13 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         notes += check.notes;
         updateItem(id, [&](RemuxItem& item) {
             item.status = ProcessingStatus::completed;
-            item.outputURL = output;
+            item.outputURL = finalOutput;
             if (!notes.isEmpty()) {
                 item.statusMessage = notes.join(u" · "_s);
             }
         });
         releaseClaims(claimedOutputs);
+        co_await Async::runOffThread([outputFolder] { PartialFile::syncFolder(outputFolder); });
         co_return;
     } catch (const FFmpegError& error) {
         failure = error;

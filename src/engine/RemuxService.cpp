@@ -26,6 +26,10 @@ RemuxService::RemuxService(QObject* parent)
     : QObject(parent), notifier_(std::make_unique<NotificationAgent>()) {}
 
 RemuxService::~RemuxService() {
+    shutDown();
+}
+
+void RemuxService::shutDown() {
     // No tail may launch anything from here on.
     shuttingDown_ = true;
     // Their tails still call back into the engine, which is whole until here; a call
@@ -154,6 +158,21 @@ void RemuxService::replaceItems(QList<RemuxItem> items) {
     Q_EMIT itemsReset();
 }
 
+qsizetype RemuxService::runningCount() const {
+    return std::count_if(activeTasks_.begin(), activeTasks_.end(),
+                         [](const ActiveRun& run) { return !run.finishing; });
+}
+
+void RemuxService::releaseSlot(const QUuid& id, const std::stop_token& stop) {
+    const auto entry = activeTasks_.find(id);
+    if (entry == activeTasks_.end() || entry->finishing || entry->task.stopToken() != stop) {
+        return;
+    }
+    entry->finishing = true;
+    Q_EMIT activeTasksChanged();
+    scheduleNext();
+}
+
 void RemuxService::own(Async::BackgroundTask task) {
     if (shuttingDown_) {
         task.cancel(); // started by a call that came in while the engine winds down
@@ -230,7 +249,7 @@ QCoro::Task<> RemuxService::runItem(QUuid id, QString url, std::optional<MediaIn
 }
 
 void RemuxService::scheduleNext() {
-    if (activeTasks_.size() < maxConcurrent) {
+    if (runningCount() < maxConcurrent) {
         for (const RemuxItem& item : std::as_const(items_)) {
             if (item.status == ProcessingStatus::pending) {
                 launchItem(item.id);
@@ -338,7 +357,7 @@ void RemuxService::retryItem(const QUuid& id) {
         return;
     }
     resetForRetry(id);
-    if (isRemuxing_ && activeTasks_.size() < maxConcurrent) {
+    if (isRemuxing_ && runningCount() < maxConcurrent) {
         launchItem(id);
         return;
     }
@@ -363,7 +382,7 @@ void RemuxService::retryFailed() {
         return;
     }
     for (const QUuid& id : failed) {
-        if (activeTasks_.size() >= maxConcurrent) {
+        if (runningCount() >= maxConcurrent) {
             continue;
         }
         const std::optional<RemuxItem> found = item(id);

@@ -7,6 +7,7 @@
 
 #include "NotificationAgent.h"
 #include "ProgressThrottle.h"
+#include "RunJournal.h"
 #include "async/BackgroundTask.h"
 #include "model/RemuxItem.h"
 #include "tools/FFmpegService.h"
@@ -33,6 +34,9 @@ public:
     // Cancels every task still under way and waits for their ends, so that none of
     // them outlives the engine.
     ~RemuxService() override;
+    // What the destructor does, while the engine is still whole for whoever follows
+    // its signals: a program that ends calls it before it lets the engine go.
+    void shutDown();
 
     const QList<RemuxItem>& items() const { return items_; }
     bool isRemuxing() const { return isRemuxing_; }
@@ -117,6 +121,8 @@ private:
     struct ActiveRun {
         Async::BackgroundTask task;
         quint64 run = 0;
+        // Its output checked, the run only puts its files in place: it holds no slot.
+        bool finishing = false;
     };
 
     qsizetype indexOf(const QUuid& id) const;
@@ -127,6 +133,12 @@ private:
     void removeRows(qsizetype first, qsizetype last);
     void replaceItems(QList<RemuxItem> items);
     void own(Async::BackgroundTask task);
+    // Runs that hold one of the maxConcurrent slots.
+    qsizetype runningCount() const;
+    // Gives up the slot of the run of `id` whose token is `stop`, and fills it.
+    void releaseSlot(const QUuid& id, const std::stop_token& stop);
+    // Creates the partial file of `finalPath` and notes it in the journal.
+    std::optional<QString> claimPartial(const QString& finalPath, QString* error);
 
     QCoro::Task<> runItem(QUuid id, QString url, std::optional<MediaInfo> cachedInfo, quint64 run,
                           std::stop_token stop);
@@ -142,6 +154,7 @@ private:
     QHash<QUuid, ActiveRun> activeTasks_;
     QSet<QString> inflightOutputs_;
     std::unique_ptr<NotificationAgent> notifier_;
+    RunJournal journal_;
 
     // Runs cancelled while their child still winds down, by item id. A new run of
     // the same item waits for them first (see runItem()).

@@ -7,6 +7,9 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <csignal>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 namespace ChildProcess {
 
@@ -15,6 +18,19 @@ void describe(QProcess& child, const QString& path, const QStringList& arguments
     child.setArguments(arguments);
     child.setProcessEnvironment(FFmpegService::childEnvironment());
     child.setStandardInputFile(QProcess::nullDevice());
+    // No tool outlives Morvane: however the program ends (SIGKILL, a crash), the
+    // kernel kills its children, which would otherwise go on writing. A parent that
+    // died before the request was made is caught by the check after it. The child
+    // also leaves the terminal's process group, so that Ctrl-C reaches Morvane alone
+    // and a cancelled run ends as Morvane decides, not halfway through ffmpeg's own
+    // ending. Only async-signal-safe calls: this runs between fork and exec.
+    const pid_t parent = ::getpid();
+    child.setChildProcessModifier([parent] {
+        ::setpgid(0, 0);
+        if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::getppid() != parent) {
+            ::_exit(127);
+        }
+    });
     // The children run at the application's own priority, which is what the
     // user-initiated class amounts to on Linux.
 }

@@ -3,6 +3,7 @@
 
 #include "FFmpegService.h"
 #include "Logging.h"
+#include "PartialFile.h"
 #include "model/FilePath.h"
 
 #include <QFileInfo>
@@ -46,6 +47,10 @@ QStringList remuxArguments(const QString& input, const QString& output, const Me
     // The output is a claim this run fills: left untruncated, an empty file is written
     // as a new one is, where truncating it would make the file system flush the whole
     // output as it is closed (a quarter more time on a large file).
+    // The container is named, not guessed: a partial file's name ends in its own
+    // suffix, and only the final name's extension says MP4 or MOV.
+    const bool mov = FilePath::pathExtension(PartialFile::withoutSuffix(output)).toLower() == u"mov";
+    arguments << u"-f"_s << (mov ? u"mov"_s : u"mp4"_s);
     arguments << u"-y"_s << u"-truncate"_s << u"0"_s << output;
     return arguments + sidecarArguments(sidecars);
 }

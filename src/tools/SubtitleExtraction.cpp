@@ -88,7 +88,7 @@ QStringList sidecarArguments(const QList<SubtitleExtractionPlan>& plans) {
     for (const SubtitleExtractionPlan& plan : plans) {
         // Each file is an empty claim; see the output's in remuxArguments().
         arguments << u"-map"_s << u"0:%1"_s.arg(plan.streamIndex) << u"-c:s"_s << u"srt"_s
-                  << u"-truncate"_s << u"0"_s << plan.url;
+                  << u"-f"_s << u"srt"_s << u"-truncate"_s << u"0"_s << plan.url;
     }
     return arguments;
 }

@@ -2,6 +2,7 @@
 
 #include "Legibility.h"
 #include "model/RemuxItem.h"
+#include "tools/ChildProcess.h"
 
 #include <QFileInfo>
 #include <QFontDatabase>
@@ -283,8 +284,7 @@ void HelpView::readFFmpegBuild() {
         return;
     }
     versionQuery_ = new QProcess(this);
-    versionQuery_->setStandardInputFile(QProcess::nullDevice());
-    versionQuery_->setProcessEnvironment(FFmpegService::childEnvironment());
+    ChildProcess::describe(*versionQuery_, tool, {u"-hide_banner"_s, u"-version"_s});
     connect(versionQuery_, &QProcess::errorOccurred, this, [this, unknown](QProcess::ProcessError) {
         if (license_->text().isEmpty()) {
             license_->setText(unknown);
@@ -301,7 +301,7 @@ void HelpView::readFFmpegBuild() {
         license_->setText(u"The FFmpeg that Morvane runs is built under the **"_s + build->license +
                           u"** license."_s);
     });
-    versionQuery_->start(tool, {u"-hide_banner"_s, u"-version"_s});
+    versionQuery_->start();
 }
 
 QStringList HelpView::texts() const {

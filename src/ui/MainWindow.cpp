@@ -181,15 +181,31 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     hide();
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
         if (!tray_) {
-            tray_ = new QSystemTrayIcon(
-                windowIcon().isNull() ? style()->standardIcon(QStyle::SP_MediaPlay) : windowIcon(),
-                this);
+            // The application's icon, unless it can't be drawn (an SVG without Qt's
+            // SVG plugin): an empty square would be no way back to the window.
+            const QIcon icon = windowIcon();
+            tray_ = new QSystemTrayIcon(icon.pixmap(QSize(22, 22)).isNull()
+                                            ? style()->standardIcon(QStyle::SP_MediaPlay)
+                                            : icon,
+                                        this);
             tray_->setToolTip(u"Morvane"_s);
+            // The window comes back after the tray's own mouse and menu handling:
+            // hiding the icon from inside it pulls the icon's window out from under
+            // that handler.
+            const auto showLater = [this] {
+                QMetaObject::invokeMethod(this, &MainWindow::bringForward, Qt::QueuedConnection);
+            };
             auto* menu = new QMenu(this);
-            menu->addAction(u"Show"_s, this, &MainWindow::bringForward);
+            menu->addAction(u"Show"_s, this, showLater);
             menu->addAction(u"Quit"_s, this, [this] { app_.requestQuit(this); });
             tray_->setContextMenu(menu);
-            connect(tray_, &QSystemTrayIcon::activated, this, &MainWindow::bringForward);
+            // The context click opens the menu and does nothing more.
+            connect(tray_, &QSystemTrayIcon::activated, this,
+                    [showLater](QSystemTrayIcon::ActivationReason reason) {
+                        if (reason != QSystemTrayIcon::Context) {
+                            showLater();
+                        }
+                    });
         }
         tray_->show();
     }

@@ -5,6 +5,8 @@
 #include "AppDelegate.h"
 #include "MainWindow.h"
 #include "SingleInstance.h"
+#include "async/TerminationSignals.h"
+#include "engine/RunJournal.h"
 
 #include <QApplication>
 #include <QDir>
@@ -35,6 +37,8 @@ int main(int argc, char* argv[]) {
         return 0;
     }
     instance.listen();
+    // What a killed or crashed run of either program left half-written goes first.
+    RunJournal::removeAbandoned();
 
     AppDelegate delegate;
     MainWindow window(delegate);
@@ -59,6 +63,14 @@ int main(int argc, char* argv[]) {
                              manager.cancel();
                          }
                      });
+    // A logout's SIGTERM, a kill, Ctrl-C or a closed terminal: a quit without a
+    // question. Every run is cancelled, and the end below waits for their files to go.
+    TerminationSignals terminations;
+    QObject::connect(&terminations, &TerminationSignals::received, &delegate, [&](int number) {
+        qCInfo(lcApp, "Signal %d: cancelling every run and quitting", number);
+        delegate.remuxer().cancelAll();
+        QCoreApplication::exit(TerminationSignals::exitStatusFor(number));
+    });
     delegate.applicationDidFinishLaunching();
     window.show();
     QStringList files;
@@ -66,5 +78,10 @@ int main(int argc, char* argv[]) {
         files.append(QDir::cleanPath(QDir::current().absoluteFilePath(path)));
     }
     open(files);
-    return app.exec();
+    const int status = app.exec();
+    // The cancelled runs end (their children get SIGKILL after the kill grace) and
+    // delete what they wrote before the process goes.
+    window.hide();
+    delegate.remuxer().shutDown();
+    return status;
 }
