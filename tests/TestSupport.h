@@ -41,8 +41,9 @@ inline QString copyInto(const QTemporaryDir& dir, const QString& source, const Q
 // new shared-support folder under `dir`, and points the tool layer there. Gives the
 // folder that holds the tool, where the script may keep files of its own. A real
 // MP4 stands there as "sample.mp4", for a fake ffmpeg to give as a finished output.
-// The script finds the run's video output (an .mp4 or .mov not read with -i) in
-// $out, empty for a run that writes only sidecars. A `mode` for the script to read
+// The script finds the run's video output (an .mp4 or .mov not read with -i, or
+// the partial file of one) in $out, empty for a run that writes only sidecars, and
+// the name the output will have in $final. A `mode` for the script to read
 // stands in the file "mode" beside it.
 inline QString installFakeTool(const QTemporaryDir& dir, const QString& name,
                                const QByteArray& script, const QByteArray& mode = {}) {
@@ -53,8 +54,9 @@ inline QString installFakeTool(const QTemporaryDir& dir, const QString& name,
     QFile tool(bin + u'/' + name);
     tool.open(QIODevice::WriteOnly | QIODevice::Truncate);
     tool.write("#!/bin/sh\nhere=$(dirname \"$0\")\nout=; prev=\n"
-               "for a; do case \"$a\" in *.mp4|*.mov) [ \"$prev\" = -i ] || out=$a;; esac; "
-               "prev=$a; done\n" +
+               "for a; do case \"$a\" in *.mp4|*.mov|*.mp4.morvane-partial|*.mov.morvane-partial) "
+               "[ \"$prev\" = -i ] || out=$a;; esac; prev=$a; done\n"
+               "final=$(basename \"$out\" .morvane-partial); final=${final#.}\n" +
                script);
     tool.close();
     tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);

@@ -341,11 +341,14 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         // leave a final name over an empty file. The slot is free meanwhile: the next
         // item starts while this one's data is written out.
         releaseSlot(id, stop);
-        co_await Async::runOffThread([files = createdOutputs] {
+        // Named, not a temporary: GCC 12 destroys a lambda temporary of a co_await
+        // expression twice, and this one shares its list with createdOutputs.
+        const std::function<void()> syncFiles = [files = createdOutputs] {
             for (const QString& file : files) {
                 PartialFile::syncData(file);
             }
-        });
+        };
+        co_await Async::runOffThread(syncFiles);
         if (stop.stop_requested()) {
             deleteCreatedOutputs(createdOutputs);
             releaseClaims(claimedOutputs);
@@ -395,7 +398,10 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
             }
         });
         releaseClaims(claimedOutputs);
-        co_await Async::runOffThread([outputFolder] { PartialFile::syncFolder(outputFolder); });
+        const std::function<void()> syncFolder = [outputFolder] {
+            PartialFile::syncFolder(outputFolder);
+        };
+        co_await Async::runOffThread(syncFolder);
         co_return;
     } catch (const FFmpegError& error) {
         failure = error;

@@ -17,6 +17,9 @@ namespace PartialFile {
 
 namespace {
 
+// The longest file name, in bytes, of the file systems Linux mounts.
+constexpr qsizetype nameMax = 255;
+
 QString errorText(int number) {
     return QString::fromLocal8Bit(std::strerror(number));
 }
@@ -68,9 +71,16 @@ void syncPath(const QString& path, int flags, bool dataOnly) {
 
 QString pathFor(const QString& finalPath, int attempt) {
     const QString name = FilePath::lastPathComponent(finalPath);
-    const QString number = attempt > 0 ? u'.' + QString::number(attempt) : QString();
+    const QString extension = FilePath::pathExtension(name);
+    QString stem = extension.isEmpty() ? name : name.chopped(extension.size() + 1);
+    const QString tail = (extension.isEmpty() ? QString() : u'.' + extension) +
+                         (attempt > 0 ? u'.' + QString::number(attempt) : QString()) + suffix;
+    // A final name near the file system's limit keeps as much of itself as fits.
+    while (!stem.isEmpty() && QFile::encodeName(u'.' + stem + tail).size() > nameMax) {
+        stem.chop(1);
+    }
     return FilePath::appendingPathComponent(FilePath::deletingLastPathComponent(finalPath),
-                                            u'.' + name + number + suffix);
+                                            u'.' + stem + tail);
 }
 
 bool isPartial(const QString& path) {
@@ -82,6 +92,11 @@ QString withoutSuffix(const QString& path) {
 }
 
 std::optional<QString> create(const QString& finalPath, QString* error) {
+    // A final name that can never be given fails now, not after the whole run.
+    if (QFile::encodeName(FilePath::lastPathComponent(finalPath)).size() > nameMax) {
+        *error = errorText(ENAMETOOLONG);
+        return std::nullopt;
+    }
     for (int attempt = 0;; ++attempt) {
         const QString path = pathFor(finalPath, attempt);
         const int fd = ::open(QFile::encodeName(path).constData(),

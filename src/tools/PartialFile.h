@@ -23,7 +23,7 @@ QString withoutSuffix(const QString& path);
 
 // Creates an empty partial file for `finalPath`, exclusively, under the first of
 // its partial names that is free. Gives its path, or sets `error` (a folder that
-// can't be written) and gives nothing.
+// can't be written, a final name too long for any file system) and gives nothing.
 std::optional<QString> create(const QString& finalPath, QString* error);
 
 // Gives `partial` the name `finalPath` without replacing anything. When another

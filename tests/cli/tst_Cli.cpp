@@ -29,7 +29,7 @@ Result runCli(const QStringList& arguments, const QString& workingDirectory = {}
 }
 
 QStringList filesIn(const QString& folder) {
-    return QDir(folder).entryList(QDir::Files, QDir::Name);
+    return QDir(folder).entryList(QDir::Files | QDir::Hidden, QDir::Name);
 }
 
 } // namespace
@@ -102,7 +102,7 @@ private Q_SLOTS:
 
         const QString bin = TestSupport::installFakeTool(
             install, u"ffmpeg"_s,
-            "for a; do case \"$a\" in *.srt) echo 1 > \"$a\";; esac; done\n"
+            "for a; do case \"$a\" in *.srt*) echo 1 > \"$a\";; esac; done\n"
             "printf partial > \"$out\"\ntrap 'exit 255' TERM\nwhile :; do sleep 0.05; done\n");
         QFile::link(QDir::cleanPath(bin + u"/../.."_s), install.filePath(u"share/morvane"_s));
         QFile::link(TestSupport::bundledSupportPath() + u"/ffmpeg/bin/ffprobe"_s,
@@ -110,7 +110,8 @@ private Q_SLOTS:
         TestSupport::copyInto(folder, TestSupport::mediaPath(u"subtitles.mkv"_s));
         QProcess cli;
         cli.start(copy, {folder.path()});
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(folder.filePath(u"subtitles.mp4"_s)), 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            QFile::exists(folder.filePath(u".subtitles.mp4.morvane-partial"_s)), 20000);
         QCOMPARE(filesIn(folder.path()).size(), 5);
         ::kill(pid_t(cli.processId()), SIGINT);
         QVERIFY(cli.waitForFinished(20000));

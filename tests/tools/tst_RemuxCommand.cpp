@@ -35,8 +35,8 @@ private Q_SLOTS:
         const QStringList hvc1{u"-tag:v"_s, u"hvc1"_s};
         const QStringList copy{u"-map"_s, u"0:a:0"_s, u"-c:a"_s, u"copy"_s};
         const QStringList transcode{u"-map"_s, u"0:a:0"_s, u"-c:a"_s, u"aac"_s, u"-ac"_s, u"2"_s, u"-b:a"_s, u"192k"_s};
-        const QStringList out{u"-y"_s, u"-truncate"_s, u"0"_s, u"OUT"_s};
-        QTest::newRow("HEVC, DTS, text at 2 and 4, sidecars after the output") << media("hevc", "dts", {{2, u"subrip"_s, {}}, {4, u"ass"_s, {}}}) << Plans{{2, u"/o/a.srt"_s}, {4, u"/o/b.srt"_s}} << video + hvc1 + transcode + QStringList{u"-map"_s, u"0:2"_s, u"-map"_s, u"0:4"_s, u"-c:s"_s, u"mov_text"_s} + out + QStringList{u"-map"_s, u"0:2"_s, u"-c:s"_s, u"srt"_s, u"-truncate"_s, u"0"_s, u"/o/a.srt"_s, u"-map"_s, u"0:4"_s, u"-c:s"_s, u"srt"_s, u"-truncate"_s, u"0"_s, u"/o/b.srt"_s};
+        const QStringList out{u"-f"_s, u"mp4"_s, u"-y"_s, u"-truncate"_s, u"0"_s, u"OUT"_s};
+        QTest::newRow("HEVC, DTS, text at 2 and 4, sidecars after the output") << media("hevc", "dts", {{2, u"subrip"_s, {}}, {4, u"ass"_s, {}}}) << Plans{{2, u"/o/a.srt"_s}, {4, u"/o/b.srt"_s}} << video + hvc1 + transcode + QStringList{u"-map"_s, u"0:2"_s, u"-map"_s, u"0:4"_s, u"-c:s"_s, u"mov_text"_s} + out + QStringList{u"-map"_s, u"0:2"_s, u"-c:s"_s, u"srt"_s, u"-f"_s, u"srt"_s, u"-truncate"_s, u"0"_s, u"/o/a.srt"_s, u"-map"_s, u"0:4"_s, u"-c:s"_s, u"srt"_s, u"-f"_s, u"srt"_s, u"-truncate"_s, u"0"_s, u"/o/b.srt"_s};
         QTest::newRow("no audio: no map, no codec") << media("h264") << Plans() << video + out;
         for (const char* codec : {"aac", "mp3", "alac", "ac3", "eac3", "AC3"}) {
             QTest::addRow("%s is copied", codec) << media("h264", codec) << Plans() << video + copy + out;
@@ -59,6 +59,17 @@ private Q_SLOTS:
         QFile recorded(bin + u"/arguments"_s);
         QVERIFY(recorded.open(QIODevice::ReadOnly));
         QCOMPARE(QString::fromUtf8(recorded.readAll()).split(u'\n', Qt::SkipEmptyParts), expected);
+    }
+
+    // A partial file's name ends in its own suffix: the container is the final name's.
+    void partialFilesAreMuxedAsTheirFinalName() {
+        MediaInfo info;
+        info.videoCodec = u"prores"_s;
+        for (const QString& name : {u".a.mov.morvane-partial"_s, u".a.mp4.morvane-partial"_s}) {
+            const QStringList arguments = FFmpegService::remuxArguments(u"IN"_s, name, info);
+            QCOMPARE(arguments.mid(arguments.indexOf(u"-f"_s), 2),
+                     QStringList({u"-f"_s, name.mid(3, 3)}));
+        }
     }
 };
 

@@ -85,7 +85,7 @@ private Q_SLOTS:
         QVERIFY(last.open(QIODevice::ReadOnly) && last.readAll().startsWith("1\n00:00:0"));
         // Writes the first two of the three, then fails.
         TestSupport::installFakeTool(work, u"ffmpeg"_s,
-                                     "n=0; for a; do case \"$a\" in *.srt) n=$((n+1));"
+                                     "n=0; for a; do case \"$a\" in *.srt*) n=$((n+1));"
                                      " [ $n -le 2 ] && echo x > \"$a\";; esac; done; exit 1\n");
         QVERIFY(QFile(plans.value(2).url).resize(0));
         QCOMPARE(TestSupport::run(FFmpegService::extractSubtitles(source, plans)).value,

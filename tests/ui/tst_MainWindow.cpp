@@ -29,7 +29,7 @@ namespace {
 // finishes with a real MP4.
 const QByteArray holdingFfmpeg =
     "[ -n \"$out\" ] || exit 0\nprintf partial > \"$out\"\ntrap 'exit 255' TERM\n"
-    "while [ ! -e \"$here/release-$(basename \"$out\")\" ]; do sleep 0.02; done\n"
+    "while [ ! -e \"$here/release-$final\" ]; do sleep 0.02; done\n"
     "cat \"$here/sample.mp4\" > \"$out\"\n";
 
 RemuxItem itemWith(
@@ -190,13 +190,13 @@ private Q_SLOTS:
         press(dialog(u"removeSelectionConfirmation"_s), u"Cancel"_s);
         QTRY_VERIFY(!dialog(u"removeSelectionConfirmation"_s));
         engine().startBatch();
-        QTRY_VERIFY(QFile::exists(folder->filePath(u"0.mp4"_s)));
+        QTRY_VERIFY(QFile::exists(folder->filePath(u".0.mp4.morvane-partial"_s)));
         list.removeFromMenu(engine().items().at(0).id); // a running row's menu asks first
         QVERIFY(dialog(u"removeConfirmation"_s)->isVisible());
         press(dialog(u"removeConfirmation"_s), u"Cancel"_s);
         list.setCurrentIndex(list.model()->index(0, 0)); // the Delete key asks nothing
         QTest::keyClick(&list, Qt::Key_Delete);
-        QTRY_VERIFY(!QFile::exists(folder->filePath(u"0.mp4"_s)));
+        QTRY_VERIFY(!QFile::exists(folder->filePath(u".0.mp4.morvane-partial"_s)));
         list.setCurrentIndex(list.model()->index(0, 0)); // one running row, from the bar
         QCOMPARE(remove->text(), u"Remove"_s);
         remove->click();
