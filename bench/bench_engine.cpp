@@ -309,6 +309,59 @@ void subtitledRemuxFigures(const QString& media, const QString& work) {
     }
 }
 
+// A quarter-gigabyte item through the engine: its ffmpeg run into the partial file
+// beside the bare ffmpeg into a new file, and from Start to its batch's end (the data
+// synced, the name given, the folder synced) beside the bare ffmpeg followed by sync.
+void syncedItemFigures(const QString& big, const QString& work) {
+    RemuxService service;
+    service.setPostsNotification(false);
+    service.setCustomOutputDirectory(work);
+    const QString output = work + u"/big_h264_aac.mp4"_s;
+    std::vector<double> runs, bareRuns, items, bareSynced;
+    for (int run = 0; run < 5; ++run) {
+        QFile::remove(output);
+        const QUuid id = addAndProbe(service, {big}).first();
+        ::sync();
+        childSpan = {};
+        QLoggingCategory& log = const_cast<QLoggingCategory&>(lcFFmpeg());
+        log.setEnabled(QtInfoMsg, true);
+        const QtMessageHandler previous = qInstallMessageHandler(noteChildren);
+        QElapsedTimer clock;
+        double ended = 0;
+        const QMetaObject::Connection end =
+            QObject::connect(&service, &RemuxService::isRemuxingChanged, [&](bool remuxing) {
+                ended = remuxing ? 0 : clock.nsecsElapsed() / 1e6;
+            });
+        clock.start();
+        service.startBatch();
+        waitForBatchEnd(service);
+        QObject::disconnect(end);
+        items.push_back(ended);
+        qInstallMessageHandler(previous);
+        log.setEnabled(QtInfoMsg, false);
+        if (service.item(id)->status != ProcessingStatus::completed || !childSpan.first) {
+            std::fprintf(stderr, "synced item did not complete\n");
+        }
+        runs.push_back(
+            std::chrono::duration<double, std::milli>(childSpan.last - *childSpan.first).count());
+        const QStringList arguments =
+            FFmpegService::remuxArguments(big, output, *service.item(id)->cachedMediaInfo);
+        service.removeItem(id);
+        QFile::remove(output);
+        ::sync();
+        clock.start();
+        Bench::runQuietly(FFmpegService::ffmpegPath(), arguments);
+        bareRuns.push_back(clock.nsecsElapsed() / 1e6);
+        ::sync();
+        bareSynced.push_back(clock.nsecsElapsed() / 1e6);
+    }
+    QFile::remove(output);
+    std::printf("partial_run_ms,%.1f\n", Bench::median(runs));
+    std::printf("partial_bare_ms,%.1f\n", Bench::median(bareRuns));
+    std::printf("synced_item_ms,%.1f\n", Bench::median(items));
+    std::printf("synced_bare_ms,%.1f\n", Bench::median(bareSynced));
+}
+
 // 100 folders of 1,000 entries each, a tenth of them videos; the rest are other
 // files and a few subfolders. Adding the tree walks it on the main thread.
 void scanFigures(const QString& work) {
@@ -350,6 +403,7 @@ int main(int argc, char** argv) {
     startToCompletedFigures(small, work);
     outputCheckOfALargeFile(big, work);
     subtitledRemuxFigures(QFileInfo(QString::fromLocal8Bit(argv[4])).absoluteFilePath(), work);
+    syncedItemFigures(big, work);
     scanFigures(work);
     return 0;
 }
