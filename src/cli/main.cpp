@@ -70,7 +70,11 @@ int main(int argc, char* argv[]) {
     options.notify = parser.isSet(notify);
 
     // What a killed or crashed run of either program left half-written goes first.
-    RunJournal::removeAbandoned();
+    for (const QString& removed : RunJournal::removeAbandoned()) {
+        std::fprintf(stderr, "morvane-cli: removed %s, left half-written by a run that was cut "
+                             "short\n",
+                     qUtf8Printable(removed));
+    }
     CliSession session(options);
     return session.run(paths);
 }

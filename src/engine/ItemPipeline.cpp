@@ -215,7 +215,8 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
             });
             co_return;
         }
-        // Rule 5 once more: the name may have been taken since the early verdict.
+        // An existing output is never overwritten, and the name may have been taken
+        // since the early verdict.
         if (FFmpegService::nameTaken(output)) {
             updateItem(id, [&](RemuxItem& item) {
                 item.status = ProcessingStatus::skipped;

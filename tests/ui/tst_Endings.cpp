@@ -215,6 +215,9 @@ private Q_SLOTS:
             QCOMPARE(QString::fromUtf8(next.readAllStandardOutput()).trimmed().section(u'\n', -1),
                      convertAgain ? u"1 converted"_s : u"1 to convert"_s);
         }
+        // What it removed, it names.
+        QCOMPARE(QString::fromLocal8Bit(next.readAllStandardError()).contains(partial),
+                 status == unclean);
         QCOMPARE(filesIn(folder.path()),
                  convertAgain ? QStringList({u"Clip.eng.srt"_s, u"Clip.mkv"_s, u"Clip.mp4"_s})
                               : QStringList{u"Clip.mkv"_s});
