@@ -34,22 +34,30 @@ QString numbered(const QString& finalPath, int n) {
         folder, stem + u'.' + QString::number(n) + (extension.isEmpty() ? QString() : u'.' + extension));
 }
 
+PartialFileTesting::Rename forcedRename = PartialFileTesting::Rename::noReplaceFlag;
+
 // rename() that fails on a taken name. Some file systems don't know the flag:
 // there a hard link fails on a taken name too, and where links don't exist (FAT)
 // a test just before the rename is the best there is.
 int renameNoReplace(const QByteArray& from, const QByteArray& to) {
-    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0) {
-        return 0;
+    using PartialFileTesting::Rename;
+    if (forcedRename == Rename::noReplaceFlag) {
+        if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) ==
+            0) {
+            return 0;
+        }
+        if (errno != EINVAL && errno != ENOSYS) {
+            return -1;
+        }
     }
-    if (errno != EINVAL && errno != ENOSYS) {
-        return -1;
-    }
-    if (::link(from.constData(), to.constData()) == 0) {
-        ::unlink(from.constData());
-        return 0;
-    }
-    if (errno != EPERM && errno != EOPNOTSUPP) {
-        return -1;
+    if (forcedRename != Rename::testThenRename) {
+        if (::link(from.constData(), to.constData()) == 0) {
+            ::unlink(from.constData());
+            return 0;
+        }
+        if (errno != EPERM && errno != EOPNOTSUPP) {
+            return -1;
+        }
     }
     struct stat taken {};
     if (::lstat(to.constData(), &taken) == 0) {
@@ -139,3 +147,7 @@ void syncFolder(const QString& folder) {
 }
 
 } // namespace PartialFile
+
+void PartialFileTesting::forceRename(Rename method) {
+    PartialFile::forcedRename = method;
+}

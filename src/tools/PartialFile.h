@@ -39,3 +39,11 @@ void syncData(const QString& path);
 void syncFolder(const QString& folder);
 
 } // namespace PartialFile
+
+namespace PartialFileTesting {
+// How putInPlace() gives a name without replacing anything: the kernel's flag, or
+// what it falls back on where a file system lacks the flag (a hard link) or links
+// too (a test, then the rename).
+enum class Rename { noReplaceFlag, linkThenUnlink, testThenRename };
+void forceRename(Rename method);
+} // namespace PartialFileTesting

@@ -174,6 +174,12 @@ private Q_SLOTS:
                  {u"mousemove"_s, u"--window"_s, visibleWindows().first(), u"8"_s, u"8"_s,
                   u"click"_s, u"3"_s});
             QTRY_COMPARE_WITH_TIMEOUT(visibleWindows().size(), 2, startTimeout); // the menu
+            // The other program, started meanwhile, leaves the live run's files alone.
+            QProcess other;
+            other.setProcessEnvironment(environment);
+            other.start(binary(u"morvane-cli"_s), {u"--dry-run"_s, source});
+            QVERIFY(other.waitForFinished(startTimeout));
+            QVERIFY(QFile::exists(partial));
             const qint64 written = QFileInfo(partial).size();
             QTest::qWait(1000);
             QCOMPARE(app.state(), QProcess::Running);
