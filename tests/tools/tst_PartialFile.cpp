@@ -43,7 +43,6 @@ private Q_SLOTS:
         // A final name that can never be given fails at once.
         QVERIFY(!PartialFile::create(dir.filePath(QString(252, u'a') + u".mp4"_s), &error));
         QCOMPARE(error, u"File name too long"_s);
-        QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).size(), 3);
     }
 
     // clang-format off

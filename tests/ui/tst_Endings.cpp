@@ -58,44 +58,34 @@ class EndingsTest final : public QObject {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     std::vector<std::unique_ptr<QProcess>> desktop;
 
-    // Runs xdotool or wmctrl to its end and gives what it printed.
-    QString tool(const QString& program, const QStringList& arguments) {
+    // Runs xdotool or wmctrl to its end and gives the lines it printed.
+    QStringList tool(const QString& program, const QStringList& arguments) {
         QProcess process;
         process.setProcessEnvironment(environment);
         process.start(program, arguments);
         process.waitForFinished(startTimeout);
-        return QString::fromUtf8(process.readAllStandardOutput());
+        return QString::fromUtf8(process.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
     }
     QStringList visibleWindows() {
-        return tool(u"xdotool"_s, {u"search"_s, u"--onlyvisible"_s, u"--classname"_s, u"morvane"_s})
-            .split(u'\n', Qt::SkipEmptyParts);
+        return tool(u"xdotool"_s, {u"search"_s, u"--onlyvisible"_s, u"--classname"_s, u"morvane"_s});
     }
-    void startDesktopPart(const QString& program, const QStringList& arguments) {
+    // The main window, once it shows.
+    QStringList mainWindow() {
+        return tool(u"xdotool"_s,
+                    {u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s, u"^Morvane$"_s});
+    }
+    QProcess* startDesktopPart(const QString& program, const QStringList& arguments) {
         auto& process = desktop.emplace_back(std::make_unique<QProcess>());
         process->setProcessEnvironment(environment);
         process->start(program, arguments);
-    }
-
-    // The window of `app`, up, with Start pressed from the keyboard.
-    bool pressStart() {
-        const QStringList found = tool(u"xdotool"_s, {u"search"_s, u"--sync"_s, u"--onlyvisible"_s,
-                                                      u"--name"_s, u"^Morvane$"_s})
-                                      .split(u'\n', Qt::SkipEmptyParts);
-        if (found.isEmpty()) {
-            return false;
-        }
-        tool(u"xdotool"_s, {u"windowactivate"_s, u"--sync"_s, found.first(), u"key"_s,
-                            u"ctrl+Return"_s});
-        return true;
+        return process.get();
     }
 
 private Q_SLOTS:
     void initTestCase() {
-        QVERIFY(runtime.isValid());
         // A display of its own, with what a desktop has: a window manager and a tray.
-        auto& xvfb = desktop.emplace_back(std::make_unique<QProcess>());
-        xvfb->start(u"Xvfb"_s, {u"-displayfd"_s, u"1"_s, u"-screen"_s, u"0"_s, u"1280x800x24"_s,
-                                 u"-nolisten"_s, u"tcp"_s});
+        QProcess* xvfb = startDesktopPart(u"Xvfb"_s, {u"-displayfd"_s, u"1"_s, u"-screen"_s, u"0"_s,
+                                                      u"1280x800x24"_s, u"-nolisten"_s, u"tcp"_s});
         QVERIFY2(xvfb->waitForReadyRead(startTimeout), "Xvfb did not start");
         environment.insert(u"DISPLAY"_s, u':' + QString::fromUtf8(xvfb->readLine().trimmed()));
         environment.insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
@@ -156,7 +146,10 @@ private Q_SLOTS:
         app.setProcessEnvironment(environment);
         app.start(binary(program), window ? QStringList{source} : QStringList{u"--json"_s, source});
         if (window) {
-            QVERIFY2(pressStart(), "the window did not show");
+            const QStringList shown = mainWindow();
+            QVERIFY2(!shown.isEmpty(), "the window did not show");
+            tool(u"xdotool"_s, {u"windowactivate"_s, u"--sync"_s, shown.first(), u"key"_s,
+                                u"ctrl+Return"_s});
         }
         // Progress has begun: the output grows and, on the command line, reports it.
         QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(partial).size() > 0, startTimeout);
@@ -209,9 +202,7 @@ private Q_SLOTS:
         next.setProcessEnvironment(environment);
         if (window) {
             next.start(binary(program), {});
-            QVERIFY(!tool(u"xdotool"_s, {u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s,
-                                         u"^Morvane$"_s})
-                         .isEmpty());
+            QVERIFY(!mainWindow().isEmpty());
             ::kill(pid_t(next.processId()), SIGTERM);
             QVERIFY(next.waitForFinished(endTimeout));
         } else {
