@@ -90,6 +90,25 @@ void waitForBatchEnd(RemuxService& service) {
     }
 }
 
+// Starts the batch and waits for its end, reading the tool layer's log meanwhile:
+// gives how long the item's children took, the first launch to the last end, or -1
+// when none ran.
+double batchTimingChildren(RemuxService& service) {
+    childSpan = {};
+    QLoggingCategory& log = const_cast<QLoggingCategory&>(lcFFmpeg());
+    const bool wasLogging = log.isInfoEnabled();
+    log.setEnabled(QtInfoMsg, true);
+    const QtMessageHandler previous = qInstallMessageHandler(noteChildren);
+    service.startBatch();
+    waitForBatchEnd(service);
+    qInstallMessageHandler(previous);
+    log.setEnabled(QtInfoMsg, wasLogging);
+    return childSpan.first
+               ? std::chrono::duration<double, std::milli>(childSpan.last - *childSpan.first)
+                     .count()
+               : -1;
+}
+
 QList<QUuid> addAndProbe(RemuxService& service, const QStringList& files) {
     const QList<QUuid> ids = service.appendItems(files);
     service.probeItems(ids);
@@ -242,22 +261,14 @@ void subtitledRemuxFigures(const QString& media, const QString& work) {
     const auto timeItem = [&](Cache cache) {
         const QUuid id = addAndProbe(service, {media}).first();
         chill(cache);
-        childSpan = {};
-        QLoggingCategory& log = const_cast<QLoggingCategory&>(lcFFmpeg());
-        const bool wasLogging = log.isInfoEnabled();
-        log.setEnabled(QtInfoMsg, true);
-        const QtMessageHandler previous = qInstallMessageHandler(noteChildren);
-        service.startBatch();
-        waitForBatchEnd(service);
-        qInstallMessageHandler(previous);
-        log.setEnabled(QtInfoMsg, wasLogging);
-        if (service.item(id)->status != ProcessingStatus::completed || !childSpan.first ||
+        const double children = batchTimingChildren(service);
+        if (service.item(id)->status != ProcessingStatus::completed || children < 0 ||
             service.item(id)->statusMessage) {
             std::fprintf(stderr, "subtitled item did not complete cleanly\n");
         }
         service.removeItem(id);
         removeOutputs();
-        return std::chrono::duration<double, std::milli>(childSpan.last - *childSpan.first).count();
+        return children;
     };
     const QStringList oneRun = FFmpegService::remuxArguments(media, output, info, sidecars);
     const QStringList sidecarRun = FFmpegService::subtitleExtractionArguments(media, sidecars);
@@ -325,10 +336,6 @@ void syncedItemFigures(const QString& big, const QString& work) {
     const auto timeItem = [&] {
         const QUuid id = addAndProbe(service, {big}).first();
         ::sync();
-        childSpan = {};
-        QLoggingCategory& log = const_cast<QLoggingCategory&>(lcFFmpeg());
-        log.setEnabled(QtInfoMsg, true);
-        const QtMessageHandler previous = qInstallMessageHandler(noteChildren);
         QElapsedTimer clock;
         double ended = 0;
         const QMetaObject::Connection end =
@@ -336,17 +343,13 @@ void syncedItemFigures(const QString& big, const QString& work) {
                 ended = remuxing ? 0 : clock.nsecsElapsed() / 1e6;
             });
         clock.start();
-        service.startBatch();
-        waitForBatchEnd(service);
+        const double children = batchTimingChildren(service);
         QObject::disconnect(end);
-        qInstallMessageHandler(previous);
-        log.setEnabled(QtInfoMsg, false);
-        if (service.item(id)->status != ProcessingStatus::completed || !childSpan.first) {
+        if (service.item(id)->status != ProcessingStatus::completed || children < 0) {
             std::fprintf(stderr, "synced item did not complete\n");
         }
         items.push_back(ended);
-        runs.push_back(
-            std::chrono::duration<double, std::milli>(childSpan.last - *childSpan.first).count());
+        runs.push_back(children);
         service.removeItem(id);
         QFile::remove(output);
     };

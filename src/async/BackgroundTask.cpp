@@ -5,8 +5,8 @@
 
 #include <chrono>
 #include <climits>
-#include <thread>
 #include <cmath>
+#include <thread>
 #include <utility>
 
 Q_LOGGING_CATEGORY(lcAsync, "com.morvane.Async")

@@ -71,8 +71,9 @@ int main(int argc, char* argv[]) {
 
     // What a killed or crashed run of either program left half-written goes first.
     for (const QString& removed : RunJournal::removeAbandoned()) {
-        std::fprintf(stderr, "morvane-cli: removed %s, left half-written by a run that was cut "
-                             "short\n",
+        std::fprintf(stderr,
+                     "morvane-cli: removed %s, left half-written by a run that was cut "
+                     "short\n",
                      qUtf8Printable(removed));
     }
     CliSession session(options);

@@ -323,19 +323,22 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
             remuxLines = co_await FFmpegService::remux(url, *partial, info, progress, stop);
         }
         failedSubtitleCount = unclaimed + missing;
+        // What a cancel that the run meets from here on leaves: nothing.
+        const auto dropEverything = [&] {
+            deleteCreatedOutputs(createdOutputs);
+            releaseClaims(claimedOutputs);
+        };
 
         // ffmpeg may finish with status 0 after a cancellation; its output goes.
         if (stop.stop_requested()) {
-            deleteCreatedOutputs(createdOutputs);
-            releaseClaims(claimedOutputs);
+            dropEverything();
             co_return;
         }
         const OutputCheck check = co_await checkWrittenOutput(info, *partial, *remuxLines, stop);
         // A cancel that came as the check ended still wins: whoever cancelled has set
         // the row, and the output goes.
         if (stop.stop_requested()) {
-            deleteCreatedOutputs(createdOutputs);
-            releaseClaims(claimedOutputs);
+            dropEverything();
             co_return;
         }
         // The files reach the disk before their names appear, or a power cut could
@@ -351,8 +354,7 @@ QCoro::Task<> RemuxService::processItem(QUuid id, QString url, std::optional<Med
         };
         co_await Async::runOffThread(syncFiles);
         if (stop.stop_requested()) {
-            deleteCreatedOutputs(createdOutputs);
-            releaseClaims(claimedOutputs);
+            dropEverything();
             co_return;
         }
         // The sidecars first, the output last: an output under its final name means

@@ -40,15 +40,6 @@ QStringList livePaths(const QByteArray& records) {
     return live;
 }
 
-QByteArray readAll(int fd) {
-    QByteArray data;
-    char chunk[4096];
-    for (ssize_t n; (n = ::pread(fd, chunk, sizeof chunk, data.size())) > 0;) {
-        data.append(chunk, n);
-    }
-    return data;
-}
-
 } // namespace
 
 QString RunJournal::folder() {
@@ -108,7 +99,8 @@ void RunJournal::remove(const QString& partial) {
 }
 
 void RunJournal::append(QChar mark, const QString& partial) {
-    const QByteArray record = QByteArray(1, char(mark.unicode())) + QFile::encodeName(partial) + '\0';
+    const QByteArray record =
+        QByteArray(1, char(mark.unicode())) + QFile::encodeName(partial) + '\0';
     [[maybe_unused]] const ssize_t written = ::write(fd_, record.constData(), record.size());
 }
 
@@ -126,7 +118,9 @@ QStringList RunJournal::removeAbandoned() {
             ::close(fd);
             continue;
         }
-        for (const QString& partial : livePaths(readAll(fd))) {
+        QFile journal;
+        journal.open(fd, QIODevice::ReadOnly, QFileDevice::DontCloseHandle);
+        for (const QString& partial : livePaths(journal.readAll())) {
             // Only what a run made: a damaged journal must never cost a user's file.
             struct stat file {};
             const QByteArray encoded = QFile::encodeName(partial);
@@ -135,8 +129,9 @@ QStringList RunJournal::removeAbandoned() {
                 continue;
             }
             if (::unlink(encoded.constData()) == 0) {
-                qCWarning(lcRemuxService, "Removed %s, left half-written by a run that ended "
-                                          "with its program",
+                qCWarning(lcRemuxService,
+                          "Removed %s, left half-written by a run that ended "
+                          "with its program",
                           qUtf8Printable(partial));
                 removed.append(partial);
             }

@@ -31,7 +31,8 @@ QString numbered(const QString& finalPath, int n) {
     const QString extension = FilePath::pathExtension(name);
     const QString stem = FilePath::deletingPathExtension(name);
     return FilePath::appendingPathComponent(
-        folder, stem + u'.' + QString::number(n) + (extension.isEmpty() ? QString() : u'.' + extension));
+        folder,
+        stem + u'.' + QString::number(n) + (extension.isEmpty() ? QString() : u'.' + extension));
 }
 
 PartialFileTesting::Rename forcedRename = PartialFileTesting::Rename::noReplaceFlag;

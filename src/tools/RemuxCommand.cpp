@@ -49,7 +49,8 @@ QStringList remuxArguments(const QString& input, const QString& output, const Me
     // output as it is closed (a quarter more time on a large file).
     // The container is named, not guessed: a partial file's name ends in its own
     // suffix, and only the final name's extension says MP4 or MOV.
-    const bool mov = FilePath::pathExtension(PartialFile::withoutSuffix(output)).toLower() == u"mov";
+    const bool mov =
+        FilePath::pathExtension(PartialFile::withoutSuffix(output)).toLower() == u"mov";
     arguments << u"-f"_s << (mov ? u"mov"_s : u"mp4"_s);
     arguments << u"-y"_s << u"-truncate"_s << u"0"_s << output;
     return arguments + sidecarArguments(sidecars);
