@@ -5,7 +5,7 @@ MORVANE_PACKAGES=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev qt6-base-dev-tools libgl-dev qt6-qpa-plugins libqt6svg6 qcoro-qt6-dev
     ffmpeg
-    xvfb xauth dbus dbus-x11 openbox trayer xdotool wmctrl
+    xvfb xauth dbus dbus-x11 openbox trayer xdotool wmctrl procps
     desktop-file-utils appstream dpkg-dev help2man
 )
 

@@ -1,4 +1,5 @@
 #include "TestSupport.h"
+#include "engine/RunJournal.h"
 #include "tools/PartialFile.h"
 
 #include <QTemporaryDir>
@@ -7,86 +8,67 @@
 using namespace Qt::StringLiterals;
 using PartialFileTesting::Rename;
 
-namespace {
-
-QByteArray contentOf(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(none)");
-}
-
-void write(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
-}
-
-} // namespace
-
+// Partial files: given their final names without replacing anything, and removed at
+// the next start when the program that made them has ended.
 class PartialFileTest final : public QObject {
     Q_OBJECT
 
-private Q_SLOTS:
-    void cleanup() { PartialFileTesting::forceRename(Rename::noReplaceFlag); }
+    QTemporaryDir state;
 
-    // Each run has a hidden partial file of its own beside the final name, one that
-    // fits the file system's limit and keeps the final name's extension.
-    void partialNames() {
-        QTemporaryDir dir;
-        QString error;
-        const QString final = dir.filePath(u"Clip.mp4"_s);
-        QCOMPARE(PartialFile::create(final, &error), std::optional(dir.filePath(u".Clip.mp4.morvane-partial"_s)));
-        QCOMPARE(PartialFile::create(final, &error), std::optional(dir.filePath(u".Clip.mp4.1.morvane-partial"_s)));
-        const QString longest = dir.filePath(QString(251, u'a') + u".mp4"_s);
-        const std::optional<QString> partial = PartialFile::create(longest, &error);
-        QVERIFY(partial && QFileInfo::exists(*partial));
-        QCOMPARE(QFileInfo(*partial).fileName().toUtf8().size(), 255);
-        QVERIFY(partial->endsWith(u"a.mp4.morvane-partial"_s));
-        // A final name that can never be given fails at once.
-        QVERIFY(!PartialFile::create(dir.filePath(QString(252, u'a') + u".mp4"_s), &error));
-        QCOMPARE(error, u"File name too long"_s);
+private Q_SLOTS:
+    void initTestCase() { qputenv("XDG_STATE_HOME", QFile::encodeName(state.path())); }
+
+    // A start removes the partial files that an ended program's journal lists, and
+    // nothing else: not one its run already gave away, and not a user's file that a
+    // damaged journal names. (A live program's journal: tst_Endings.)
+    void removesOnlyWhatEndedRunsLeft() {
+        QTemporaryDir files;
+        QFile ended(RunJournal::folder() + u"/morvane-cli.ended.journal"_s);
+        QVERIFY(QDir().mkpath(RunJournal::folder()) && ended.open(QIODevice::WriteOnly));
+        const QStringList names{u".Clip.mp4.morvane-partial"_s, u".Clip.eng.srt.morvane-partial"_s,
+                                u".Two\nlines.mp4.morvane-partial"_s, u"Clip.mp4"_s};
+        for (const QString& name : names) {
+            QFile(files.filePath(name)).open(QIODevice::WriteOnly);
+            ended.write(QFile::encodeName(u'+' + files.filePath(name)) + '\0');
+        }
+        ended.write(QFile::encodeName(u'-' + files.filePath(names[1])) +
+                    QByteArray("\0+/cut sh", 9));
+        ended.close();
+        QCOMPARE(RunJournal::removeAbandoned(),
+                 QStringList({files.filePath(names[0]), files.filePath(names[2])}));
+        QCOMPARE(QDir(files.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name),
+                 QStringList({names[1], names[3]}));
+        QCOMPARE(QDir(RunJournal::folder()).entryList(QDir::Files), QStringList());
     }
+
+    void cleanup() { PartialFileTesting::forceRename(Rename::noReplaceFlag); }
 
     // clang-format off
     void putInPlace_data() {
         QTest::addColumn<int>("method");
-        QTest::addColumn<QStringList>("taken");
-        QTest::addColumn<QStringList>("reserved");
-        QTest::addColumn<QString>("expected");
-        const QList<std::pair<const char*, Rename>> methods{
-            {"the kernel's flag", Rename::noReplaceFlag},
-            {"a hard link", Rename::linkThenUnlink},
-            {"a test, then the rename", Rename::testThenRename}};
-        for (const auto& [name, method] : methods) {
-            QTest::addRow("%s: a free name is taken", name) << int(method) << QStringList() << QStringList() << u"Clip.mp4"_s;
-            QTest::addRow("%s: a taken name is kept, the next one given", name) << int(method) << QStringList{u"Clip.mp4"_s} << QStringList() << u"Clip.1.mp4"_s;
-            QTest::addRow("%s: a name another run claimed is passed over", name) << int(method) << QStringList{u"Clip.mp4"_s} << QStringList{u"Clip.1.mp4"_s} << u"Clip.2.mp4"_s;
-        }
+        QTest::newRow("the kernel's flag") << int(Rename::noReplaceFlag);
+        QTest::newRow("a hard link, where the flag is missing") << int(Rename::linkThenUnlink);
+        QTest::newRow("a test, then the rename, where links are too") << int(Rename::testThenRename);
     }
     // clang-format on
-    // Never over anything: whatever another program put at the final name stays.
+    // Never over anything: what another program put at the final name stays, and a
+    // name another run has claimed is passed over.
     void putInPlace() {
         QFETCH(int, method);
-        QFETCH(QStringList, taken);
-        QFETCH(QStringList, reserved);
-        QFETCH(QString, expected);
         PartialFileTesting::forceRename(Rename(method));
         QTemporaryDir dir;
-        const QString partial = dir.filePath(u".Clip.mp4.morvane-partial"_s);
-        write(partial, "ours");
-        for (const QString& name : taken) {
-            write(dir.filePath(name), "theirs");
-        }
-        QSet<QString> claims;
-        for (const QString& name : reserved) {
-            claims.insert(dir.filePath(name));
-        }
+        const QString ours = TestSupport::mediaPath(u"h264_aac.mp4"_s);
+        const QString theirs = TestSupport::mediaPath(u"h264_aac.mkv"_s);
+        const QString partial = TestSupport::copyInto(dir, ours, u".Clip.mp4.morvane-partial"_s);
+        TestSupport::copyInto(dir, theirs, u"Clip.mp4"_s);
         QString error;
-        QCOMPARE(PartialFile::putInPlace(partial, dir.filePath(u"Clip.mp4"_s), claims, &error),
-                 std::optional(dir.filePath(expected)));
-        QCOMPARE(contentOf(dir.filePath(expected)), QByteArray("ours"));
-        for (const QString& name : taken) {
-            QCOMPARE(contentOf(dir.filePath(name)), QByteArray("theirs"));
-        }
-        QVERIFY(!QFileInfo::exists(partial));
+        QCOMPARE(PartialFile::putInPlace(partial, dir.filePath(u"Clip.mp4"_s),
+                                         {dir.filePath(u"Clip.1.mp4"_s)}, &error),
+                 std::optional(dir.filePath(u"Clip.2.mp4"_s)));
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name),
+                 QStringList({u"Clip.2.mp4"_s, u"Clip.mp4"_s}));
+        QCOMPARE(QFileInfo(dir.filePath(u"Clip.mp4"_s)).size(), QFileInfo(theirs).size());
+        QCOMPARE(QFileInfo(dir.filePath(u"Clip.2.mp4"_s)).size(), QFileInfo(ours).size());
     }
 };
 

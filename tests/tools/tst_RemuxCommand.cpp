@@ -63,13 +63,11 @@ private Q_SLOTS:
 
     // A partial file's name ends in its own suffix: the container is the final name's.
     void partialFilesAreMuxedAsTheirFinalName() {
-        MediaInfo info;
-        info.videoCodec = u"prores"_s;
-        for (const QString& name : {u".a.mov.morvane-partial"_s, u".a.mp4.morvane-partial"_s}) {
-            const QStringList arguments = FFmpegService::remuxArguments(u"IN"_s, name, info);
-            QCOMPARE(arguments.mid(arguments.indexOf(u"-f"_s), 2),
-                     QStringList({u"-f"_s, name.mid(3, 3)}));
-        }
+        MediaInfo prores;
+        prores.videoCodec = u"prores"_s;
+        const QStringList arguments =
+            FFmpegService::remuxArguments(u"IN"_s, u".a.mov.morvane-partial"_s, prores);
+        QCOMPARE(arguments.mid(arguments.indexOf(u"-f"_s), 2), QStringList({u"-f"_s, u"mov"_s}));
     }
 };
 
